@@ -1,0 +1,16 @@
+# Warnings, hardening and sanitizers, carried by one interface target that every target of ours links.
+add_library(kt7_options INTERFACE)
+target_include_directories(kt7_options INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_options(kt7_options INTERFACE
+  -Wall -Wextra -Wshadow -Wdouble-promotion -Wundef
+  $<$<COMPILE_LANGUAGE:CXX>:-Wconversion -Wold-style-cast -Wnon-virtual-dtor>
+  # Truncating paths must give the same result on every CPU; kernels that gain from multiply-add
+  # stand in files of their own (see Kt7Kernels.cmake).
+  -ffp-contract=off -fno-math-errno -fno-trapping-math
+  $<$<BOOL:${KT7_WERROR}>:-Werror>)
+if(KT7_SANITIZE)
+  target_compile_options(kt7_options INTERFACE
+    -fsanitize=${KT7_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(kt7_options INTERFACE -fsanitize=${KT7_SANITIZE})
+  target_compile_definitions(kt7_options INTERFACE _GLIBCXX_ASSERTIONS)
+endif()

@@ -1,0 +1,9 @@
+// The denoise call and the noise estimate.
+#include "pmdll/src/exports.h"
+
+KT7_EXPORT std::int32_t qxDenoiseKt7(QxProgress*, PSImage*, const QxNoiseLevels*, float, float,
+                                     std::int32_t, float, float, std::int32_t) {
+    return 1;
+}
+
+KT7_EXPORT std::int32_t qxKt7NoiseEst(PSImage*, QxNoiseLevels*) { return 0; }

@@ -1,0 +1,34 @@
+#include "prim/kernels/select.h"
+
+#include "prim/kernels/KernelTable.h"
+
+namespace kt7 {
+
+#if defined(__x86_64__)
+#define KT7_SELECT(name)                                                                           \
+    name = target == CpuTarget::avx512 ? &name##_avx512                                            \
+           : target == CpuTarget::avx2 ? &name##_avx2                                              \
+                                       : &name##_generic
+#else
+#define KT7_SELECT(name) name = &name##_generic
+#endif
+
+// The portable tables stand from the first moment, so code that runs before the load hook is safe.
+constinit const ArithKernels* arithKernels = &arithKernels_generic;
+
+CpuTarget bestCpuTarget() noexcept {
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+        __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl") &&
+        __builtin_cpu_supports("fma") && __builtin_cpu_supports("bmi2"))
+        return CpuTarget::avx512;
+    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") &&
+        __builtin_cpu_supports("bmi2"))
+        return CpuTarget::avx2;
+#endif
+    return CpuTarget::generic;
+}
+
+void selectKernels([[maybe_unused]] CpuTarget target) noexcept { KT7_SELECT(arithKernels); }
+
+}  // namespace kt7

@@ -1,0 +1,17 @@
+// The one operation through which progress moves.
+#pragma once
+
+#include <cstdint>
+
+#include "include/kt7lib/kt7types.h"
+
+namespace kt7 {
+
+/// Value of complete progress.
+inline constexpr std::int32_t progressTotal = 100000;
+
+/// Moves progress by delta, held at its total, and tells the host. Returns 0 when the host cancels,
+/// else what the callback gave, or 1 when p is null or no callback is set.
+std::int32_t qxProgressAdvance(QxProgress* p, std::int32_t delta);
+
+}  // namespace kt7

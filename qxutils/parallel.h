@@ -19,7 +19,8 @@ class ExceptionRelay {
   public:
     template <class Body>
     void run(Body&& body) noexcept {
-        if (raised_.load(std::memory_order_relaxed)) return;
+        if (raised_.load(std::memory_order_relaxed))
+            return;
         try {
             std::forward<Body>(body)();
         } catch (...) {
@@ -31,13 +32,15 @@ class ExceptionRelay {
     bool raised() const noexcept { return raised_.load(std::memory_order_relaxed); }
 
     void rethrow() {
-        if (first_) std::rethrow_exception(std::exchange(first_, nullptr));
+        if (first_)
+            std::rethrow_exception(std::exchange(first_, nullptr));
     }
 
   private:
     void keep(std::exception_ptr raised) noexcept {
         const std::scoped_lock lock(mutex_);
-        if (!first_) first_ = std::move(raised);
+        if (!first_)
+            first_ = std::move(raised);
         raised_.store(true, std::memory_order_relaxed);
     }
 
@@ -47,7 +50,9 @@ class ExceptionRelay {
 };
 
 /// Threads that the next parallel region of this thread may use.
-inline std::int32_t maxThreads() noexcept { return omp_get_max_threads(); }
+inline std::int32_t maxThreads() noexcept {
+    return omp_get_max_threads();
+}
 
 /// Runs body(i) for i in 0..count-1, split evenly in ascending order (static schedule).
 template <class Body>
@@ -57,7 +62,26 @@ void parallelRows(std::int32_t count, Body&& body) {
     {
         const FloatModeScope floatMode;
 #pragma omp for schedule(static)
-        for (std::int32_t i = 0; i < count; ++i) relay.run([&] { body(i); });
+        for (std::int32_t i = 0; i < count; ++i)
+            relay.run([&] { body(i); });
+    }
+    relay.rethrow();
+}
+
+/// Splits 0..count-1 evenly and runs body(begin, end) once on each thread that gets a share; for
+/// loops that need scratch of their own.
+template <class Body>
+void parallelRanges(std::int32_t count, Body&& body) {
+    ExceptionRelay relay;
+#pragma omp parallel
+    {
+        const FloatModeScope floatMode;
+        const std::int64_t thread = omp_get_thread_num();
+        const std::int64_t threads = omp_get_num_threads();
+        const auto begin = static_cast<std::int32_t>(count * thread / threads);
+        const auto end = static_cast<std::int32_t>(count * (thread + 1) / threads);
+        if (begin < end)
+            relay.run([&] { body(begin, end); });
     }
     relay.rethrow();
 }
@@ -70,13 +94,14 @@ void parallelItems(std::int32_t count, Body&& body) {
     {
         const FloatModeScope floatMode;
 #pragma omp for schedule(dynamic, 1)
-        for (std::int32_t i = 0; i < count; ++i) relay.run([&] { body(i); });
+        for (std::int32_t i = 0; i < count; ++i)
+            relay.run([&] { body(i); });
     }
     relay.rethrow();
 }
 
-/// Runs body(worker) once on each of at most `workers` threads, worker 0 on the calling thread. What
-/// work there is, the workers share out among themselves.
+/// Runs body(worker) once on each of at most `workers` threads, worker 0 on the calling thread.
+/// What work there is, the workers share out among themselves.
 template <class Body>
 void parallelWorkers(std::int32_t workers, Body&& body) {
     ExceptionRelay relay;
@@ -88,4 +113,4 @@ void parallelWorkers(std::int32_t workers, Body&& body) {
     relay.rethrow();
 }
 
-}  // namespace kt7
+} // namespace kt7

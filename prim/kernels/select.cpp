@@ -15,6 +15,8 @@ namespace kt7 {
 
 // The portable tables stand from the first moment, so code that runs before the load hook is safe.
 constinit const ArithKernels* arithKernels = &arithKernels_generic;
+constinit const PyramidKernels* pyramidKernels = &pyramidKernels_generic;
+constinit const TileKernels* tileKernels = &tileKernels_generic;
 
 CpuTarget bestCpuTarget() noexcept {
 #if defined(__x86_64__)
@@ -29,6 +31,10 @@ CpuTarget bestCpuTarget() noexcept {
     return CpuTarget::generic;
 }
 
-void selectKernels([[maybe_unused]] CpuTarget target) noexcept { KT7_SELECT(arithKernels); }
+void selectKernels([[maybe_unused]] CpuTarget target) noexcept {
+    KT7_SELECT(arithKernels);
+    KT7_SELECT(pyramidKernels);
+    KT7_SELECT(tileKernels);
+}
 
-}  // namespace kt7
+} // namespace kt7

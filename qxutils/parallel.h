@@ -54,6 +54,11 @@ inline std::int32_t maxThreads() noexcept {
     return omp_get_max_threads();
 }
 
+/// Sets that number for this thread.
+inline void setMaxThreads(std::int32_t threads) noexcept {
+    omp_set_num_threads(threads);
+}
+
 /// Runs body(i) for i in 0..count-1, split evenly in ascending order (static schedule).
 template <class Body>
 void parallelRows(std::int32_t count, Body&& body) {

@@ -1,0 +1,30 @@
+/* The public header alone, as C11. */
+#include "kt7lib/kt7lib.h"
+
+#include <stddef.h>
+
+/* Hosts fill these records in memory of their own, so the layout is part of the interface. */
+_Static_assert(offsetof(PSImage, format) == 0, "PSImage");
+_Static_assert(offsetof(PSImage, data) == 8, "PSImage");
+_Static_assert(offsetof(PSImage, rowBytes) == 16, "PSImage");
+_Static_assert(offsetof(PSImage, width) == 20, "PSImage");
+_Static_assert(offsetof(PSImage, height) == 24, "PSImage");
+_Static_assert(sizeof(PSImage) == 32, "PSImage");
+_Static_assert(offsetof(QxProgress, phaseBudget) == 0, "QxProgress");
+_Static_assert(offsetof(QxProgress, total) == 4, "QxProgress");
+_Static_assert(offsetof(QxProgress, callback) == 8, "QxProgress");
+_Static_assert(offsetof(QxProgress, userData) == 16, "QxProgress");
+_Static_assert(offsetof(QxProgress, done) == 24, "QxProgress");
+_Static_assert(offsetof(QxNoiseLevels, lumaMid) == 0, "QxNoiseLevels");
+_Static_assert(offsetof(QxNoiseLevels, chromaU) == 4, "QxNoiseLevels");
+_Static_assert(offsetof(QxNoiseLevels, chromaV) == 8, "QxNoiseLevels");
+_Static_assert(offsetof(QxNoiseLevels, lumaLow) == 12, "QxNoiseLevels");
+_Static_assert(offsetof(QxNoiseLevels, lumaHigh) == 16, "QxNoiseLevels");
+_Static_assert(offsetof(QxNoiseLevels, noiseGrain) == 20, "QxNoiseLevels");
+_Static_assert(sizeof(QxNoiseLevels) == 24, "QxNoiseLevels");
+_Static_assert(offsetof(QxIccProfiles, sourceProfile) == 0, "QxIccProfiles");
+_Static_assert(offsetof(QxIccProfiles, sourceProfileSize) == 8, "QxIccProfiles");
+_Static_assert(offsetof(QxIccProfiles, targetProfile) == 16, "QxIccProfiles");
+_Static_assert(offsetof(QxIccProfiles, targetProfileSize) == 24, "QxIccProfiles");
+
+int main(void) { return qxSetupLib(5) | qxSetupLib(-1) | setDebugTrace(1); }

@@ -5,6 +5,7 @@
 // Kernels take plain pointers and lengths that their callers have checked.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "prim/kernels/KernelTarget.h"
@@ -24,9 +25,20 @@ namespace kt7 {
     extern const Type* name
 #endif
 
-/// Exact elementwise operations on rows of n elements.
+/// Exact elementwise operations on rows of n floats. In-place forms change `row`.
 struct ArithKernels {
-    void (*mulC32f)(float c, float* row, std::int32_t n);
+    void (*add)(const float* src, float* row, std::int32_t n);
+    void (*sub)(const float* src, float* row, std::int32_t n);
+    void (*mul)(const float* src, float* row, std::int32_t n);
+    /// row / src; a zero of either sign divides as +0. Returns 1 if there was one, else 0.
+    std::int32_t (*div)(const float* src, float* row, std::int32_t n);
+    /// dst = src2 - src1.
+    void (*subFrom)(const float* src1, const float* src2, float* dst, std::int32_t n);
+    void (*addC)(const float* src, float c, float* dst, std::int32_t n);
+    void (*subC)(const float* src, float c, float* dst, std::int32_t n);
+    void (*mulC)(const float* src, float c, float* dst, std::int32_t n);
+    void (*abs)(float* row, std::int32_t n);
+    void (*magnitude)(const float* re, const float* im, float* dst, std::int32_t n);
 };
 KT7_DECLARE_KERNELS(ArithKernels, arithKernels);
 
@@ -61,5 +73,82 @@ struct TileKernels {
                   std::int16_t unwritten, std::int16_t* dst, std::int32_t n);
 };
 KT7_DECLARE_KERNELS(TileKernels, tileKernels);
+
+/// Conversions of rows of n elements; values that the target can't hold saturate.
+struct ConvertKernels {
+    void (*from16s)(const std::int16_t* src, float* dst, std::int32_t n);
+    void (*from8u)(const std::uint8_t* src, float* dst, std::int32_t n);
+    void (*widen8u)(const std::uint8_t* src, std::uint16_t* dst, std::int32_t n);
+    void (*narrow16u)(const std::uint16_t* src, std::uint8_t* dst, std::int32_t n);
+    void (*truncTo8u)(const float* src, std::uint8_t* dst, std::int32_t n);
+    void (*roundTo8u)(const float* src, std::uint8_t* dst, std::int32_t n);
+    void (*truncTo16s)(const float* src, std::int16_t* dst, std::int32_t n);
+    void (*roundTo16s)(const float* src, std::int16_t* dst, std::int32_t n);
+};
+KT7_DECLARE_KERNELS(ConvertKernels, convertKernels);
+
+/// Integer arithmetic with a scale: the exact result is divided by 2^scale with ties to even (or
+/// multiplied, for a scale below 0) and saturates.
+struct ScaledKernels {
+    void (*add16s)(const std::int16_t* src, std::int16_t* row, std::int32_t n, std::int32_t scale);
+    void (*sub16s)(const std::int16_t* src, std::int16_t* row, std::int32_t n, std::int32_t scale);
+    void (*sub8u)(const std::uint8_t* src, std::uint8_t* row, std::int32_t n, std::int32_t scale);
+    void (*subC8u)(const std::uint8_t* src, std::uint8_t c, std::uint8_t* dst, std::int32_t n,
+                   std::int32_t scale);
+    void (*mulC8u)(std::uint8_t c, std::uint8_t* row, std::int32_t n, std::int32_t scale);
+    /// n counts pixels of 3 samples.
+    void (*mulC8uC3)(const std::uint8_t* c, std::uint8_t* row, std::int32_t n, std::int32_t scale);
+    void (*addC16u)(std::uint16_t c, std::uint16_t* row, std::int32_t n, std::int32_t scale);
+    void (*subC16u)(const std::uint16_t* src, std::uint16_t c, std::uint16_t* dst, std::int32_t n,
+                    std::int32_t scale);
+};
+KT7_DECLARE_KERNELS(ScaledKernels, scaledKernels);
+
+/// Thresholds, comparison and masks on rows, and what reduces a row to a number.
+struct ThresholdKernels {
+    void (*below32f)(float* row, std::int32_t n, float t);
+    void (*above32f)(float* row, std::int32_t n, float t);
+    /// n counts pixels of 3 samples; t has 3.
+    void (*above16uC3)(std::uint16_t* row, std::int32_t n, const std::uint16_t* t);
+    /// dst = 255 where src1 op src2: 0 <, 1 <=, 2 ==, 3 >=, 4 >.
+    void (*compare32f)(const float* src1, const float* src2, std::uint8_t* dst, std::int32_t n,
+                       std::int32_t op);
+    /// dst = src where the mask is not 0.
+    void (*copyMasked)(const float* src, const std::uint8_t* mask, float* dst, std::int32_t n);
+    std::int16_t (*min16s)(const std::int16_t* row, std::int32_t n);
+    std::int16_t (*max16s)(const std::int16_t* row, std::int32_t n);
+    std::uint64_t (*sum8u)(const std::uint8_t* row, std::int32_t n);
+    /// Adds the sums of the 3 channels of n pixels to sums.
+    void (*sum8uC3)(const std::uint8_t* row, std::int32_t n, std::uint64_t* sums);
+};
+KT7_DECLARE_KERNELS(ThresholdKernels, thresholdKernels);
+
+/// Neighbourhood filters: n outputs from the rows above, at and below. Inputs point at the pixel of
+/// the first output and are read to either side of it; dst overlaps none of them.
+struct NeighbourKernels {
+    /// (a + b) of two rows over two columns, x and x + 1, times 0.25.
+    void (*box2x2)(const float* row0, const float* row1, float* dst, std::int32_t n);
+    void (*gauss3x3)(const float* up, const float* mid, const float* down, float* dst,
+                     std::int32_t n);
+    void (*sobelHoriz)(const float* up, const float* down, float* dst, std::int32_t n);
+    void (*sobelVert)(const float* up, const float* mid, const float* down, float* dst,
+                      std::int32_t n);
+    /// Correlation with 9 taps, row by row.
+    void (*taps3x3)(const float* up, const float* mid, const float* down, const float* taps,
+                    float* dst, std::int32_t n);
+    void (*median3x3)(const float* up, const float* mid, const float* down, float* dst,
+                      std::int32_t n);
+    void (*medianCross3)(const std::int16_t* up, const std::int16_t* mid, const std::int16_t* down,
+                         std::int16_t* dst, std::int32_t n);
+    /// rows: the five rows from two above to two below.
+    void (*medianCross5)(const std::int16_t* const* rows, std::int16_t* dst, std::int32_t n);
+    /// acc(x) += sum over i < count of taps[i * tapStep] * src(x + i); with `first` acc starts at
+    /// 0.
+    void (*accumulate32f)(const float* src, const float* taps, std::int32_t tapStep,
+                          std::int32_t count, bool first, float* acc, std::int32_t n);
+    void (*accumulate16s)(const std::int16_t* src, const std::int32_t* taps, std::int32_t tapStep,
+                          std::int32_t count, bool first, std::int32_t* acc, std::int32_t n);
+};
+KT7_DECLARE_KERNELS(NeighbourKernels, neighbourKernels);
 
 } // namespace kt7

@@ -15,7 +15,11 @@ namespace kt7 {
 
 // The portable tables stand from the first moment, so code that runs before the load hook is safe.
 constinit const ArithKernels* arithKernels = &arithKernels_generic;
+constinit const ConvertKernels* convertKernels = &convertKernels_generic;
+constinit const NeighbourKernels* neighbourKernels = &neighbourKernels_generic;
 constinit const PyramidKernels* pyramidKernels = &pyramidKernels_generic;
+constinit const ScaledKernels* scaledKernels = &scaledKernels_generic;
+constinit const ThresholdKernels* thresholdKernels = &thresholdKernels_generic;
 constinit const TileKernels* tileKernels = &tileKernels_generic;
 
 CpuTarget bestCpuTarget() noexcept {
@@ -33,7 +37,11 @@ CpuTarget bestCpuTarget() noexcept {
 
 void selectKernels([[maybe_unused]] CpuTarget target) noexcept {
     KT7_SELECT(arithKernels);
+    KT7_SELECT(convertKernels);
+    KT7_SELECT(neighbourKernels);
     KT7_SELECT(pyramidKernels);
+    KT7_SELECT(scaledKernels);
+    KT7_SELECT(thresholdKernels);
     KT7_SELECT(tileKernels);
 }
 

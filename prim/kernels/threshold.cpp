@@ -1,0 +1,104 @@
+#include "prim/kernels/KernelTable.h"
+
+namespace kt7 {
+namespace {
+
+void below32f(float* row, std::int32_t n, float t) {
+    for (std::int32_t x = 0; x < n; ++x)
+        row[x] = row[x] < t ? t : row[x];
+}
+
+void above32f(float* row, std::int32_t n, float t) {
+    for (std::int32_t x = 0; x < n; ++x)
+        row[x] = row[x] > t ? t : row[x];
+}
+
+void above16uC3(std::uint16_t* row, std::int32_t n, const std::uint16_t* t) {
+    const std::uint16_t t0 = t[0], t1 = t[1], t2 = t[2];
+    for (std::int32_t x = 0; x < n; ++x, row += 3) {
+        row[0] = row[0] > t0 ? t0 : row[0];
+        row[1] = row[1] > t1 ? t1 : row[1];
+        row[2] = row[2] > t2 ? t2 : row[2];
+    }
+}
+
+template <class Relation>
+void compareRow(const float* src1, const float* src2, std::uint8_t* dst, std::int32_t n,
+                Relation holds) {
+    for (std::int32_t x = 0; x < n; ++x)
+        dst[x] = holds(src1[x], src2[x]) ? 255 : 0;
+}
+
+void compare32f(const float* src1, const float* src2, std::uint8_t* dst, std::int32_t n,
+                std::int32_t op) {
+    switch (op) {
+    case 0:
+        return compareRow(src1, src2, dst, n, [](float a, float b) { return a < b; });
+    case 1:
+        return compareRow(src1, src2, dst, n, [](float a, float b) { return a <= b; });
+    case 2:
+        return compareRow(src1, src2, dst, n, [](float a, float b) { return a == b; });
+    case 3:
+        return compareRow(src1, src2, dst, n, [](float a, float b) { return a >= b; });
+    default:
+        return compareRow(src1, src2, dst, n, [](float a, float b) { return a > b; });
+    }
+}
+
+// Rewriting what is there where the mask is 0 keeps the loop free of branches.
+void copyMasked(const float* src, const std::uint8_t* mask, float* dst, std::int32_t n) {
+    for (std::int32_t x = 0; x < n; ++x)
+        dst[x] = mask[x] != 0 ? src[x] : dst[x];
+}
+
+std::int16_t min16s(const std::int16_t* row, std::int32_t n) {
+    std::int16_t least = row[0];
+    for (std::int32_t x = 1; x < n; ++x)
+        least = row[x] < least ? row[x] : least;
+    return least;
+}
+
+std::int16_t max16s(const std::int16_t* row, std::int32_t n) {
+    std::int16_t most = row[0];
+    for (std::int32_t x = 1; x < n; ++x)
+        most = row[x] > most ? row[x] : most;
+    return most;
+}
+
+// Samples whose sum 32 bits certainly hold.
+constexpr std::int32_t sumChunk = 1 << 20;
+
+std::uint64_t sum8u(const std::uint8_t* row, std::int32_t n) {
+    std::uint64_t total = 0;
+    for (std::int32_t x = 0; x < n;) {
+        const std::int32_t end = n - x < sumChunk ? n : x + sumChunk;
+        std::uint32_t sum = 0;
+        for (; x < end; ++x)
+            sum += row[x];
+        total += sum;
+    }
+    return total;
+}
+
+void sum8uC3(const std::uint8_t* row, std::int32_t n, std::uint64_t* sums) {
+    for (std::int32_t x = 0; x < n;) {
+        const std::int32_t end = n - x < sumChunk ? n : x + sumChunk;
+        std::uint32_t sum0 = 0, sum1 = 0, sum2 = 0;
+        for (; x < end; ++x, row += 3) {
+            sum0 += row[0];
+            sum1 += row[1];
+            sum2 += row[2];
+        }
+        sums[0] += sum0;
+        sums[1] += sum1;
+        sums[2] += sum2;
+    }
+}
+
+} // namespace
+
+const ThresholdKernels KT7_NAME(thresholdKernels){&below32f,   &above32f,   &above16uC3,
+                                                  &compare32f, &copyMasked, &min16s,
+                                                  &max16s,     &sum8u,      &sum8uC3};
+
+} // namespace kt7

@@ -1,0 +1,19 @@
+// Means and extremes of planes.
+#pragma once
+
+#include "prim/primtypes.h"
+
+namespace kt7 {
+
+PrimStatus primMean8uC1(const std::uint8_t* src, std::int32_t srcStep, PrimSize size, double* mean);
+
+/// Means of the 3 channels of interleaved pixels.
+PrimStatus primMean8uC3(const std::uint8_t* src, std::int32_t srcStep, PrimSize size,
+                        double* means);
+
+PrimStatus primMin16sC1(const std::int16_t* src, std::int32_t srcStep, PrimSize size,
+                        std::int16_t* smallest);
+PrimStatus primMax16sC1(const std::int16_t* src, std::int32_t srcStep, PrimSize size,
+                        std::int16_t* largest);
+
+} // namespace kt7

@@ -13,6 +13,10 @@ set(KT7_FLAGS_avx512 -mavx512f -mavx512bw -mavx512dq -mavx512vl -mfma -mbmi2
 
 function(kt7_add_kernels name)
   cmake_parse_arguments(ARG "" "" "EXACT;FUSED" ${ARGN})
+  # A source's own options come behind those of kt7_options, which turn contraction off.
+  if(ARG_FUSED)
+    set_source_files_properties(${ARG_FUSED} PROPERTIES COMPILE_OPTIONS -ffp-contract=fast)
+  endif()
   foreach(target IN LISTS KT7_CPU_TARGETS)
     foreach(kind EXACT FUSED)
       if(NOT ARG_${kind})
@@ -25,9 +29,6 @@ function(kt7_add_kernels name)
       target_compile_definitions(${object} PRIVATE KT7_TARGET=${target})
       target_compile_options(${object} PRIVATE ${KT7_FLAGS_${target}} -fno-exceptions -fno-rtti
         $<$<CONFIG:Release,RelWithDebInfo>:-O3>)
-      if(kind STREQUAL FUSED)
-        target_compile_options(${object} PRIVATE -ffp-contract=fast)
-      endif()
       target_sources(${name} PRIVATE $<TARGET_OBJECTS:${object}>)
     endforeach()
   endforeach()

@@ -42,6 +42,22 @@ struct ArithKernels {
 };
 KT7_DECLARE_KERNELS(ArithKernels, arithKernels);
 
+/// Exact conversion of rows of n pixels between interleaved RGB and YUV planes, through one table for
+/// each of R, G, B. 8-bit samples go through tables of 256 entries, 16-bit ones (held at 32767) and
+/// the way back through tables of 32768.
+struct ColourKernels {
+    void (*forward8)(const std::uint8_t* rgb, const std::int16_t* const tables[3], std::int16_t* y,
+                     std::int16_t* u, std::int16_t* v, std::int32_t n);
+    void (*forward16)(const std::uint16_t* rgb, const std::int16_t* const tables[3],
+                      std::int16_t* y, std::int16_t* u, std::int16_t* v, std::int32_t n);
+    /// 8-bit samples are the table's entries divided by 128.
+    void (*backward8)(const std::int16_t* y, const std::int16_t* u, const std::int16_t* v,
+                      const std::int16_t* const tables[3], std::uint8_t* rgb, std::int32_t n);
+    void (*backward16)(const std::int16_t* y, const std::int16_t* u, const std::int16_t* v,
+                       const std::int16_t* const tables[3], std::uint16_t* rgb, std::int32_t n);
+};
+KT7_DECLARE_KERNELS(ColourKernels, colourKernels);
+
 /// Exact row steps of the 16-bit Laplacian pyramid.
 struct PyramidKernels {
     /// One row of the half-size low-pass image from five rows of `width` samples. scratch: at least

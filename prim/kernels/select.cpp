@@ -17,6 +17,7 @@ namespace kt7 {
 constinit const ArithKernels* arithKernels = &arithKernels_generic;
 constinit const ConvertKernels* convertKernels = &convertKernels_generic;
 constinit const NeighbourKernels* neighbourKernels = &neighbourKernels_generic;
+constinit const ColourKernels* colourKernels = &colourKernels_generic;
 constinit const PyramidKernels* pyramidKernels = &pyramidKernels_generic;
 constinit const ScaledKernels* scaledKernels = &scaledKernels_generic;
 constinit const ThresholdKernels* thresholdKernels = &thresholdKernels_generic;
@@ -39,6 +40,7 @@ void selectKernels([[maybe_unused]] CpuTarget target) noexcept {
     KT7_SELECT(arithKernels);
     KT7_SELECT(convertKernels);
     KT7_SELECT(neighbourKernels);
+    KT7_SELECT(colourKernels);
     KT7_SELECT(pyramidKernels);
     KT7_SELECT(scaledKernels);
     KT7_SELECT(thresholdKernels);

@@ -42,9 +42,9 @@ struct ArithKernels {
 };
 KT7_DECLARE_KERNELS(ArithKernels, arithKernels);
 
-/// Exact conversion of rows of n pixels between interleaved RGB and YUV planes, through one table for
-/// each of R, G, B. 8-bit samples go through tables of 256 entries, 16-bit ones (held at 32767) and
-/// the way back through tables of 32768.
+/// Exact conversion of rows of n pixels between interleaved RGB and YUV planes, through one table
+/// for each of R, G, B. 8-bit samples go through tables of 256 entries, 16-bit ones (held at 32767)
+/// and the way back through tables of 32768.
 struct ColourKernels {
     void (*forward8)(const std::uint8_t* rgb, const std::int16_t* const tables[3], std::int16_t* y,
                      std::int16_t* u, std::int16_t* v, std::int32_t n);
@@ -138,6 +138,28 @@ struct ThresholdKernels {
     void (*sum8uC3)(const std::uint8_t* row, std::int32_t n, std::uint64_t* sums);
 };
 KT7_DECLARE_KERNELS(ThresholdKernels, thresholdKernels);
+
+/// Rows of the bilateral grid. A grid slice is an image of columns of cells, z running fastest;
+/// `columns` holds, per pixel, where its column starts in the slice.
+struct GridKernels {
+    /// Position (sample - low) * scale + offset of each sample, which is held to [low, high] first:
+    /// its whole part goes to `cells`, held within 0..mostCell (at most 255), and what is left to
+    /// `fractions` unless that is null.
+    void (*positions)(const float* samples, float low, float high, float scale, float offset,
+                      std::int32_t mostCell, std::uint8_t* cells, float* fractions, std::int32_t n);
+    /// Adds each value, and 1, to its cell.
+    void (*splat)(const float* values, const std::int32_t* columns, const std::uint8_t* cells,
+                  float* valueSlice, float* countSlice, std::int32_t n);
+    /// Blurs values and counts with 1 2 1 across three slices and divides.
+    void (*blurQuotient)(const float* const values[3], const float* const counts[3], float* dst,
+                         std::int32_t n);
+    /// Trilinear interpolation between two slices.
+    void (*interpolate)(const float* nearSlice, const float* farSlice, std::int32_t columnStride,
+                        const std::int32_t* columns, const float* columnFractions,
+                        const std::uint8_t* cells, const float* fractions, float rowFraction,
+                        float* dst, std::int32_t n);
+};
+KT7_DECLARE_KERNELS(GridKernels, gridKernels);
 
 /// Neighbourhood filters: n outputs from the rows above, at and below. Inputs point at the pixel of
 /// the first output and are read to either side of it; dst overlaps none of them.

@@ -1,0 +1,21 @@
+// Checks of option values, for CLI11's check(): an empty string is good, else the complaint.
+#pragma once
+
+#include <string>
+
+namespace kt7::tool {
+
+/// A finite number, 0 or above.
+std::string checkAmount(const std::string& text);
+
+/// "768x512": sides from 16 to 32768.
+std::string checkSize(const std::string& text);
+
+struct Size {
+    int width;
+    int height;
+};
+/// Of a text that passed checkSize.
+Size parseSize(const std::string& text);
+
+} // namespace kt7::tool

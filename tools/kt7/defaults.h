@@ -1,0 +1,27 @@
+// Every default of the command line in one place.
+#pragma once
+
+#include <cstdint>
+
+namespace kt7::tool::defaults {
+
+// Noise that a camera's demosaicing and JPEG engine have blurred measures lower than it looks. At
+// --strength 1 the measured levels are raised by these factors before they go to the denoiser;
+// levels given with --noise are only multiplied by --strength.
+inline constexpr float lumaFactor = 2.5f;
+inline constexpr float chromaFactor = 4.0f;
+
+inline constexpr float strength = 1.0f;
+inline constexpr float noiseGrain = 0.3f;
+inline constexpr float lumaSmooth = 0.0f;
+inline constexpr float sharpen = 0.0f;
+inline constexpr std::int32_t chromaMedian = 0;
+inline constexpr float chromaSmooth = 0.0f;
+inline constexpr float grain = 0.0f;
+
+inline constexpr int jpegQuality = 95;
+
+inline constexpr std::int32_t demoWidth = 768;
+inline constexpr std::int32_t demoHeight = 512;
+
+} // namespace kt7::tool::defaults

@@ -1,0 +1,261 @@
+// kt7 denoise: photographs in, photographs out.
+#include "tools/kt7/atomicOutput.h"
+#include "tools/kt7/checks.h"
+#include "tools/kt7/commands.h"
+#include "tools/kt7/defaults.h"
+#include "tools/kt7/errors.h"
+#include "tools/kt7/imageFile.h"
+#include "tools/kt7/json.h"
+#include "tools/kt7/library.h"
+#include "tools/kt7/progressBar.h"
+#include "tools/kt7/stepTimes.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <unistd.h>
+
+namespace kt7::tool {
+namespace {
+
+struct Options {
+    std::vector<std::string> files;
+    std::string outDir;
+    std::string format;
+    std::vector<float> noise;
+    float strength = defaults::strength;
+    float noiseGrain = defaults::noiseGrain;
+    bool noiseGrainGiven = false;
+    DenoiseSettings settings{.lumaSmooth = defaults::lumaSmooth,
+                             .sharpen = defaults::sharpen,
+                             .chromaMedian = defaults::chromaMedian,
+                             .chromaSmooth = defaults::chromaSmooth,
+                             .grain = defaults::grain};
+    int quality = defaults::jpegQuality;
+    bool json = false;
+    bool quiet = false;
+};
+
+struct Job {
+    std::string in;
+    std::string out;
+};
+
+std::vector<Job> jobsOf(const Options& options) {
+    const auto& files = options.files;
+    if (options.outDir.empty()) {
+        if (files.size() != 2)
+            throw UserError(files.size() == 1
+                                ? "the output is missing: kt7 denoise IN OUT"
+                                : "several inputs need --out-dir: kt7 denoise IN... --out-dir DIR");
+        return {{files[0], files[1]}};
+    }
+    if (!std::filesystem::is_directory(options.outDir))
+        throw UserError(about(options.outDir, "is not a directory"));
+    std::vector<Job> jobs;
+    std::set<std::filesystem::path> taken;
+    for (const std::string& file : files) {
+        if (file == "-")
+            throw UserError("standard input has no name to use in --out-dir");
+        std::filesystem::path name = std::filesystem::path(file).filename();
+        if (!options.format.empty())
+            name.replace_extension(options.format);
+        const std::filesystem::path out = options.outDir / name;
+        if (!taken.insert(out).second)
+            throw UserError(about(file, "another input also becomes " + out.string()));
+        jobs.push_back({file, out.string()});
+    }
+    return jobs;
+}
+
+/// Levels for one photo: those of --noise, or measured ones.
+QxNoiseLevels chooseLevels(const Options& options, const Job& job, Photo& photo, JsonObject& report,
+                           StepTimes& times) {
+    QxNoiseLevels levels{};
+    if (!options.noise.empty()) {
+        const auto& n = options.noise;
+        levels = scaled({n[0], n[1], n[2], n[3], n[4], n[5]}, options.strength, options.strength);
+    } else {
+        const NoiseEstimate estimate = times.time("estimate", [&] { return estimateNoise(photo); });
+        report.add("estimated", estimate.measured);
+        if (estimate.measured)
+            report.add("estimate", jsonOf(estimate.levels));
+        else
+            std::fprintf(stderr, "kt7: %s\n",
+                         about(job.in, "is too small to measure its noise (148 pixels a side); "
+                                       "give levels with --noise")
+                             .c_str());
+        levels = levelsToUse(estimate.levels, options.strength);
+        levels.noiseGrain = defaults::noiseGrain;
+    }
+    if (options.noiseGrainGiven)
+        levels.noiseGrain = options.noiseGrain;
+    return levels;
+}
+
+void printSummary(const Options& options, const Job& job, const Photo& photo,
+                  const QxNoiseLevels& levels, const StepTimes& times, JsonObject& report) {
+    const double seconds = times.of("denoise");
+    const double rate = seconds > 0.0 ? photo.megapixels() / seconds : 0.0;
+    if (options.json) {
+        report.add("levels", jsonOf(levels))
+            .add("seconds", times.json())
+            .add("megapixelsPerSecond", rate);
+        // The picture itself may be on its way through standard output.
+        std::fprintf(job.out == "-" ? stderr : stdout, "%s\n", report.text().c_str());
+    } else if (!options.quiet && isatty(STDERR_FILENO)) {
+        std::fprintf(stderr, "%s -> %s\n", job.in.c_str(), job.out.c_str());
+        std::fprintf(stderr,
+                     "  noise taken out: luma %.4f (shadows %.4f, highlights %.4f), "
+                     "colour %.4f and %.4f\n",
+                     static_cast<double>(levels.lumaMid), static_cast<double>(levels.lumaLow),
+                     static_cast<double>(levels.lumaHigh), static_cast<double>(levels.chromaU),
+                     static_cast<double>(levels.chromaV));
+        std::fprintf(stderr, "  %.1f megapixels: %s; %.2f megapixels a second\n",
+                     photo.megapixels(), times.text().c_str(), rate);
+    }
+}
+
+void denoiseFile(const Options& options, const Job& job) {
+    StepTimes times;
+    checkWritable(job.out);
+    Photo photo = times.time("read", [&] { return readPhoto(job.in); });
+    const std::string format = writableFormat(job.out, options.format, photo);
+
+    JsonObject report;
+    report.add("input", job.in)
+        .add("output", job.out)
+        .add("format", format)
+        .add("width", std::int64_t{photo.width})
+        .add("height", std::int64_t{photo.height})
+        .add("bits", std::int64_t{photo.sixteen ? 16 : 8});
+    DenoiseSettings settings = options.settings;
+    settings.levels = chooseLevels(options, job, photo, report, times);
+    {
+        ProgressBar bar(job.in, !options.quiet);
+        times.time("denoise",
+                   [&] { denoise(photo, settings, [&](double fraction) { bar.show(fraction); }); });
+    }
+    times.time("write", [&] { writePhoto(photo, job.out, format, options.quality); });
+    printSummary(options, job, photo, settings.levels, times, report);
+}
+
+int run(const Options& options) {
+    const std::vector<Job> jobs = jobsOf(options);
+    int result = exitOk;
+    for (const Job& job : jobs) {
+        try {
+            denoiseFile(options, job);
+        } catch (const std::exception& error) {
+            // One bad file doesn't keep the others waiting.
+            std::fprintf(stderr, "kt7: %s\n", describe(job.in, error).c_str());
+            result = exitFailed;
+        }
+    }
+    return result;
+}
+
+void addFileOptions(CLI::App& command, Options& options) {
+    command
+        .add_option("files", options.files,
+                    "IN and OUT, or several inputs with --out-dir. - stands for standard input "
+                    "and output. OUT may be IN.")
+        ->required()
+        ->type_name("IN... [OUT]");
+    command
+        .add_option("--out-dir", options.outDir,
+                    "Write every input into this directory, under its own name")
+        ->type_name("DIR");
+    command
+        .add_option("--format", options.format,
+                    "File format of the output (png, jpg, tif, ...). Default: by the extension of "
+                    "OUT; for standard output, the format of the input")
+        ->type_name("NAME");
+    command
+        .add_option("--quality", options.quality,
+                    "Quality of JPEG output; colour is stored at full resolution")
+        ->check(CLI::Range(1, 100))
+        ->capture_default_str();
+    command.add_flag("--json", options.json,
+                     "Print one line of JSON for each photo: levels used, seconds of each step, "
+                     "megapixels a second");
+    command.add_flag("--quiet,-q", options.quiet, "No progress bar and no summary");
+}
+
+void addNoiseOptions(CLI::App& command, Options& options) {
+    command
+        .add_option("--strength,-s", options.strength,
+                    "How much of the noise to take out: scales the noise levels. Below 1 keeps "
+                    "more grain and texture, above 1 smooths more")
+        ->check(checkAmount)
+        ->type_name("X")
+        ->capture_default_str();
+    command
+        .add_option("--noise", options.noise,
+                    "Noise levels instead of measured ones, six numbers with commas: luma in the "
+                    "midtones, colour U, colour V, luma in the shadows, luma in the highlights "
+                    "(standard deviations, where 1 is full scale), and the noise grain. See kt7 "
+                    "estimate")
+        ->delimiter(',')
+        ->expected(6)
+        ->check(checkAmount)
+        ->type_name("M,U,V,S,H,G");
+    command
+        .add_option("--noise-grain", options.noiseGrain,
+                    "How coarse the noise is, 0 to 2: 0 for the fine noise of a raw file, more for "
+                    "the blotches that in-camera JPEGs leave")
+        ->check(CLI::Range(0.0f, 2.0f))
+        ->check(checkAmount)
+        ->type_name("G")
+        ->capture_default_str();
+    command.add_flag("--fast", options.settings.fast,
+                     "Quick search: faster, a little less detail kept");
+}
+
+void addLookOptions(CLI::App& command, DenoiseSettings& settings) {
+    const auto amount = [&](const char* name, float& value, const char* help) {
+        command.add_option(name, value, help)
+            ->check(checkAmount)
+            ->type_name("X")
+            ->capture_default_str();
+    };
+    amount("--luma-smooth", settings.lumaSmooth,
+           "Smooth brightness within edges, 0.01 to 0.05. Careful: the pass limits luma at 0.64 of "
+           "full scale (on the noise-normalised scale that the work is done in), so highlights "
+           "come out darker and flat");
+    amount("--chroma-smooth", settings.chromaSmooth,
+           "Smooth colour within edges, 0.01 to 0.05: for blotches that are left");
+    amount("--sharpen", settings.sharpen,
+           "Take out blur by deconvolution: its radius in pixels less 0.3, usually 0.2 to 1");
+    amount("--grain", settings.grain,
+           "Add film grain to brightness: its standard deviation, where 1 is full scale, usually "
+           "0.005 to 0.02");
+    command
+        .add_option("--chroma-median", settings.chromaMedian,
+                    "Median on colour before anything else, against coloured single pixels: 0 off, "
+                    "1 or 2 on")
+        ->check(CLI::Range(0, 2))
+        ->type_name("N")
+        ->capture_default_str();
+}
+
+} // namespace
+
+Command addDenoiseCommand(CLI::App& application) {
+    CLI::App* command =
+        application.add_subcommand("denoise", "Remove the noise from photos (grey or RGB, 8 or 16 "
+                                              "bits, with or without alpha)");
+    const auto options = std::make_shared<Options>();
+    addFileOptions(*command, *options);
+    addNoiseOptions(*command, *options);
+    addLookOptions(*command, options->settings);
+    return {command, [command, options] {
+                options->noiseGrainGiven = command->count("--noise-grain") > 0;
+                return run(*options);
+            }};
+}
+
+} // namespace kt7::tool

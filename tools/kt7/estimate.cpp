@@ -1,0 +1,85 @@
+// kt7 estimate: the noise levels of photographs.
+#include "tools/kt7/commands.h"
+#include "tools/kt7/errors.h"
+#include "tools/kt7/imageFile.h"
+#include "tools/kt7/json.h"
+#include "tools/kt7/library.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+namespace kt7::tool {
+namespace {
+
+struct Options {
+    std::vector<std::string> files;
+    bool json = false;
+};
+
+void printRow(const std::string& file, const QxNoiseLevels& levels, int nameWidth) {
+    std::printf("%-*s", nameWidth, file.c_str());
+    for (const float level : {levels.lumaMid, levels.chromaU, levels.chromaV, levels.lumaLow,
+                              levels.lumaHigh, levels.noiseGrain})
+        std::printf("  %10.6f", static_cast<double>(level));
+    std::printf("\n");
+}
+
+int run(const Options& options) {
+    std::size_t longest = 4;
+    for (const std::string& file : options.files)
+        longest = std::max(longest, file.size());
+    const int nameWidth = static_cast<int>(longest);
+    bool headed = options.json;
+    int result = exitOk;
+    for (const std::string& file : options.files) {
+        try {
+            Photo photo = readPhoto(file);
+            const NoiseEstimate estimate = estimateNoise(photo);
+            if (!estimate.measured)
+                throw UserError(
+                    about(file, "is too small to measure its noise (148 pixels a side)"));
+            if (!headed)
+                std::printf("%-*s  %10s  %10s  %10s  %10s  %10s  %10s\n", nameWidth, "file",
+                            "lumaMid", "chromaU", "chromaV", "lumaLow", "lumaHigh", "noiseGrain");
+            headed = true;
+            if (options.json)
+                std::printf("%s\n", JsonObject()
+                                        .add("input", file)
+                                        .add("width", std::int64_t{photo.width})
+                                        .add("height", std::int64_t{photo.height})
+                                        .add("levels", jsonOf(estimate.levels))
+                                        .text()
+                                        .c_str());
+            else
+                printRow(file, estimate.levels, nameWidth);
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "kt7: %s\n", describe(file, error).c_str());
+            result = exitFailed;
+        }
+    }
+    if (std::fflush(stdout) != 0)
+        throw UserError(about("-", "cannot write"));
+    return result;
+}
+
+} // namespace
+
+Command addEstimateCommand(CLI::App& application) {
+    CLI::App* command = application.add_subcommand("estimate", "Measure the noise of photos");
+    command->footer("The levels are standard deviations where 1 is full scale: luma in the "
+                    "midtones, the two colour differences, luma at black and at white; the noise "
+                    "grain is a shape from 0 to 2. Joined with commas they fit kt7 denoise "
+                    "--noise, which takes them as they are; the noise of camera JPEGs measures low "
+                    "and wants luma times 2.5 and colour times 4, as kt7 denoise does on its own.");
+    const auto options = std::make_shared<Options>();
+    command->add_option("files", options->files, "Photos; - stands for standard input")
+        ->required()
+        ->type_name("IN...");
+    command->add_flag("--json", options->json, "Print one line of JSON for each photo");
+    return {command, [options] { return run(*options); }};
+}
+
+} // namespace kt7::tool

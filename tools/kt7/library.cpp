@@ -1,0 +1,63 @@
+#include "tools/kt7/library.h"
+
+#include "kt7lib/kt7lib.h"
+#include "tools/kt7/defaults.h"
+#include "tools/kt7/errors.h"
+#include "tools/kt7/photo.h"
+#include "tools/kt7/signals.h"
+
+#include <new>
+
+namespace kt7::tool {
+namespace {
+
+std::int32_t hearProgress(std::int32_t done, std::int32_t total, void* userData) {
+    const auto& onProgress = *static_cast<const std::function<void(double)>*>(userData);
+    if (total > 0)
+        onProgress(static_cast<double>(done) / total);
+    return pendingSignal() == 0;
+}
+
+} // namespace
+
+NoiseEstimate estimateNoise(Photo& photo) {
+    NoiseEstimate estimate;
+    PSImage image = photo.hostImage();
+    try {
+        estimate.measured = qxKt7NoiseEst(&image, &estimate.levels) == 1;
+    } catch (...) {
+        // The estimate has no handler of its own: what leaves it is always a lack of memory.
+        throw std::bad_alloc();
+    }
+    return estimate;
+}
+
+QxNoiseLevels scaled(const QxNoiseLevels& levels, float lumaFactor, float chromaFactor) {
+    return {levels.lumaMid * lumaFactor,   levels.chromaU * chromaFactor,
+            levels.chromaV * chromaFactor, levels.lumaLow * lumaFactor,
+            levels.lumaHigh * lumaFactor,  levels.noiseGrain};
+}
+
+QxNoiseLevels levelsToUse(const QxNoiseLevels& measured, float strength) {
+    return scaled(measured, strength * defaults::lumaFactor, strength * defaults::chromaFactor);
+}
+
+void denoise(Photo& photo, const DenoiseSettings& settings,
+             const std::function<void(double)>& onProgress) {
+    QxProgress progress{};
+    progress.callback = hearProgress;
+    progress.userData = const_cast<std::function<void(double)>*>(&onProgress);
+    PSImage image = photo.hostImage();
+    const std::int32_t result = qxDenoiseKt7(
+        &progress, &image, &settings.levels, settings.lumaSmooth, settings.sharpen,
+        settings.chromaMedian, settings.chromaSmooth, settings.grain, settings.fast ? 0 : 1);
+    throwIfCancelled();
+    constexpr std::int32_t noPlaneMemory = -898;
+    constexpr std::int32_t noMemory = -1000;
+    if (result == noPlaneMemory || result == noMemory)
+        throw std::bad_alloc();
+    if (result != 1)
+        throw UserError("the denoiser failed with code " + std::to_string(result));
+}
+
+} // namespace kt7::tool

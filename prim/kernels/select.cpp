@@ -23,6 +23,7 @@ constinit const PyramidKernels* pyramidKernels = &pyramidKernels_generic;
 constinit const ScaledKernels* scaledKernels = &scaledKernels_generic;
 constinit const ThresholdKernels* thresholdKernels = &thresholdKernels_generic;
 constinit const TileKernels* tileKernels = &tileKernels_generic;
+constinit const WaveletKernels* waveletKernels = &waveletKernels_generic;
 
 CpuTarget bestCpuTarget() noexcept {
 #if defined(__x86_64__)
@@ -47,6 +48,7 @@ void selectKernels([[maybe_unused]] CpuTarget target) noexcept {
     KT7_SELECT(scaledKernels);
     KT7_SELECT(thresholdKernels);
     KT7_SELECT(tileKernels);
+    KT7_SELECT(waveletKernels);
 }
 
 } // namespace kt7

@@ -25,7 +25,7 @@ void fillScene(GIMG<float>& tile, float noise) {
                 std::clamp(level + 0.001f * static_cast<float>(y) + grain(random), 0.0f, 1.0f);
         }
     tile.row(0)[0] = 0.0f;
-    tile.row(tile.height - 1)[1] = 1.0f;
+    tile.row(tile.height - 1).back() = 1.0f;
 }
 
 // The grid in double precision, in whole passes over whole grids.
@@ -183,7 +183,7 @@ TEST(BilateralFilter, RepeatsOnAnyTeamAndAfterOtherTiles) {
 TEST(BilateralFilter, LaysTheGridOutAndRefusesOtherTiles) {
     BilateralFilter filter;
     GIMG<float> tile(40, 30), narrow(39, 30);
-    fillScene(tile, 0.0f);
+    fillScene(tile, 0.01f);
     EXPECT_EQ(filter.filter(tile, tile), 2);
     EXPECT_EQ(filter.setup(40, 30, 0.0f, 1.0f, 1, 0.1f), 5);
     EXPECT_EQ(filter.gridX, 0);

@@ -7,7 +7,6 @@
 
 #include "prim/filter.h"
 #include "prim/kernels/KernelTable.h"
-#include "qxutils/parallel.h"
 
 namespace kt7 {
 namespace {
@@ -53,6 +52,15 @@ void BilateralFilter::checkGuards() const {
     const std::ptrdiff_t cells = sliceCells() * gridY;
     if (overrun(countGrid, cells) || overrun(valueGrid, cells) || overrun(scratchGrid, cells))
         raise(gridOverrun);
+}
+
+std::int64_t BilateralFilter::gridBytes(std::int32_t tileWidth, std::int32_t tileHeight,
+                                        float range, std::int32_t spatialSample,
+                                        float rangeSample) {
+    if (spatialSample < 2)
+        return 0;
+    return std::int64_t{3 * sizeof(float)} * cellsAlong(tileWidth, spatialSample) *
+           cellsAlong(tileHeight, spatialSample) * cellsAcrossRange(range, rangeSample);
 }
 
 std::int32_t BilateralFilter::setup(std::int32_t tileWidth, std::int32_t tileHeight,
@@ -125,10 +133,10 @@ std::int32_t BilateralFilter::filter(GIMG<float>& values, const GIMG<float>& edg
 // this frees; the blur across slices divides into countGrid, which then changes places with
 // valueGrid.
 void BilateralFilter::buildGrid(const GIMG<float>& values, const GIMG<float>& edges) {
-    parallelItems(gridY, [&](std::int32_t y) {
+    for (std::int32_t y = 0; y < gridY; ++y) {
         // The slices next to the outermost repeat their inner neighbours; nobody reads them.
         if (y == 1 || y == gridY - 2)
-            return;
+            continue;
         float* valueSlice = valueGrid.get() + sliceCells() * y;
         float* countSlice = countGrid.get() + sliceCells() * y;
         std::fill_n(valueSlice, sliceCells(), 0.0f);
@@ -136,12 +144,12 @@ void BilateralFilter::buildGrid(const GIMG<float>& values, const GIMG<float>& ed
         splatSlice(y, values, edges);
         blurSlice(valueSlice, scratchGrid.get() + sliceCells() * y);
         blurSlice(countSlice, valueSlice);
-    });
-    parallelItems(gridY - 2, [&](std::int32_t i) { quotientSlice(i + 1); });
+    }
+    for (std::int32_t y = 1; y < gridY - 1; ++y)
+        quotientSlice(y);
     std::swap(valueGrid, countGrid);
 }
 
-// All pixels of a slice are summed on one thread, row by row: the sums don't depend on the team.
 void BilateralFilter::splatSlice(std::int32_t y, const GIMG<float>& values,
                                  const GIMG<float>& edges) {
     const std::int64_t top = std::int64_t{y - padXY - 1} * spatialSample;
@@ -202,7 +210,7 @@ void BilateralFilter::quotientSlice(std::int32_t y) {
 void BilateralFilter::interpGrid(GIMG<float>& values, const GIMG<float>& edges) {
     const float offset = static_cast<float>(padZ) + 0.5f;
     const float perCell = static_cast<float>(spatialSample);
-    parallelRows(height, [&](std::int32_t row) {
+    for (std::int32_t row = 0; row < height; ++row) {
         gridKernels->positions(edges.at(0, row), rangeMin, rangeMax, rangeScale(), offset,
                                std::min(gridZ - 3, 255), binImage->at(0, row), workB->at(0, row),
                                width);
@@ -212,7 +220,7 @@ void BilateralFilter::interpGrid(GIMG<float>& values, const GIMG<float>& edges) 
         gridKernels->interpolate(nearSlice, nearSlice + sliceCells(), gridZ, interpColumns_.get(),
                                  columnFractions_.get(), binImage->at(0, row), workB->at(0, row),
                                  p - static_cast<float>(whole), values.at(0, row), width);
-    });
+    }
 }
 
 } // namespace kt7

@@ -41,6 +41,10 @@ class BilateralFilter {
     /// Raises gridOverrun when a guard word has changed.
     ~BilateralFilter() noexcept(false);
 
+    /// Bytes that the three grids of such a set-up take together.
+    static std::int64_t gridBytes(std::int32_t tileWidth, std::int32_t tileHeight, float range,
+                                  std::int32_t spatialSample, float rangeSample);
+
     /// Lays the grid out and allocates it, keeping what it has when tile and grid size stay the
     /// same. Returns 5 with nothing changed when spatialSample is below 2, else 0. Raises
     /// gridOverrun, noBufferStorage, or std::bad_alloc when there is no room for a grid.

@@ -1,6 +1,8 @@
 #include "qxenhlib/bilateralPass.h"
 
 #include <algorithm>
+#include <atomic>
+#include <mutex>
 
 #include "prim/arith.h"
 #include "prim/copy.h"
@@ -24,6 +26,56 @@ std::int32_t cellSize(float range) {
     return static_cast<std::int32_t>(range > 0.0f ? std::min(range, most) : 0.0f);
 }
 
+// More workers each need grids of their own; fine grids would take more memory than the image.
+constexpr std::int64_t gridBudget = std::int64_t{256} << 20;
+
+// Hands tiles out in order and lets them back in that order, so that the seams and with them the
+// result don't depend on the number of threads.
+class TileQueue {
+  public:
+    explicit TileQueue(BlockProcPmPnT& tiles) : tiles_(tiles) {}
+
+    bool take(std::int32_t* x, std::int32_t* y, std::int32_t* turn) {
+        const std::scoped_lock lock(mutex_);
+        if (!tiles_.getABlockLoc(x, y))
+            return false;
+        *turn = taken_++;
+        return true;
+    }
+
+    // Nothing between take and save may raise: the tiles after it would wait for ever.
+    void save(std::int32_t x, std::int32_t y, std::int32_t turn, GIMG<float>& tile) noexcept {
+        for (std::int32_t now = saved_; now != turn; now = saved_)
+            saved_.wait(now);
+        tiles_.saveOutBlock(x, y, 0, tile);
+        saved_ = turn + 1;
+        saved_.notify_all();
+    }
+
+  private:
+    BlockProcPmPnT& tiles_;
+    std::mutex mutex_;
+    std::int32_t taken_ = 0;
+    std::atomic<std::int32_t> saved_{0};
+};
+
+// Maps the tile from [low, high] to [0, 1], smooths it and maps it back.
+void smoothTile(BilateralFilter& filter, GIMG<float>& tile, float low, float high, float scale) {
+    const PrimSize rowSize{tile.width, 1};
+    for (std::int32_t y = 0; y < tile.height; ++y) {
+        float* row = tile.at(0, y);
+        primThresholdLT32fC1I(row, tile.stepBytes, rowSize, low);
+        primThresholdGT32fC1I(row, tile.stepBytes, rowSize, high);
+        primAddC32fC1I(-low, row, tile.stepBytes, rowSize);
+        primMulC32fC1I(scale, row, tile.stepBytes, rowSize);
+    }
+    filter.filter(tile, tile);
+    for (std::int32_t y = 0; y < tile.height; ++y) {
+        primMulC32fC1I(1.0f / scale, tile.at(0, y), tile.stepBytes, rowSize);
+        primAddC32fC1I(low, tile.at(0, y), tile.stepBytes, rowSize);
+    }
+}
+
 } // namespace
 
 std::int32_t bilateralPass(GIMG<std::int16_t>& plane, float strength, float range) {
@@ -44,27 +96,24 @@ std::int32_t bilateralPass(GIMG<std::int16_t>& plane, float strength, float rang
     GIMG<std::int16_t>* const outputs[] = {&output};
     if (tiles.setup(1, inputs, 1, outputs, 400, 400, 40, 16) != 1)
         raise(QxBase::QXRC::layerNotReady);
-    BilateralFilter filter;
-    filter.setup(tiles.blockWidth, tiles.blockHeight, 0.0f, 1.0f, cellSize(range), bin);
-    GIMG<float> tile(tiles.blockWidth, tiles.blockHeight);
-    const PrimSize rowSize{tile.width, 1};
-    std::int32_t x = 0, y = 0;
-    while (tiles.getABlockLoc(&x, &y)) {
-        tiles.getBlock(x, y, 0, tile);
-        parallelRows(tile.height, [&](std::int32_t row) {
-            float* samples = tile.at(0, row);
-            primThresholdLT32fC1I(samples, tile.stepBytes, rowSize, low);
-            primThresholdGT32fC1I(samples, tile.stepBytes, rowSize, high);
-            primAddC32fC1I(-low, samples, tile.stepBytes, rowSize);
-            primMulC32fC1I(scale, samples, tile.stepBytes, rowSize);
-        });
-        filter.filter(tile, tile);
-        parallelRows(tile.height, [&](std::int32_t row) {
-            primMulC32fC1I(1.0f / scale, tile.at(0, row), tile.stepBytes, rowSize);
-            primAddC32fC1I(low, tile.at(0, row), tile.stepBytes, rowSize);
-        });
-        tiles.saveOutBlock(x, y, 0, tile);
-    }
+    const std::int32_t cell = cellSize(range);
+    const std::int64_t bytes = std::max<std::int64_t>(
+        1, BilateralFilter::gridBytes(tiles.blockWidth, tiles.blockHeight, 1.0f, cell, bin));
+    const auto workers = static_cast<std::int32_t>(std::clamp<std::int64_t>(
+        std::min<std::int64_t>(gridBudget / bytes, std::int64_t{tiles.blocksX} * tiles.blocksY), 1,
+        maxThreads()));
+    TileQueue queue(tiles);
+    parallelWorkers(workers, [&](std::int32_t) {
+        BilateralFilter filter;
+        filter.setup(tiles.blockWidth, tiles.blockHeight, 0.0f, 1.0f, cell, bin);
+        GIMG<float> tile(tiles.blockWidth, tiles.blockHeight);
+        std::int32_t x = 0, y = 0, turn = 0;
+        while (queue.take(&x, &y, &turn)) {
+            tiles.getBlock(x, y, 0, tile);
+            smoothTile(filter, tile, low, high, scale);
+            queue.save(x, y, turn, tile);
+        }
+    });
     primCopy16sC1(output.data, output.stepBytes, plane.data, plane.stepBytes, plane.roi());
     return 1;
 }

@@ -39,6 +39,7 @@ void taps3x3(const float* up, const float* mid, const float* down, const float* 
                  ((c0 * down[x - 1] + c1 * down[x]) + c2 * down[x + 1]);
 }
 
+// Each with a comparison of its own: one mask for both would cost a blend for each.
 template <class T>
 T least(T a, T b) {
     return a < b ? a : b;
@@ -46,7 +47,7 @@ T least(T a, T b) {
 
 template <class T>
 T most(T a, T b) {
-    return a < b ? b : a;
+    return a > b ? a : b;
 }
 
 template <class T>

@@ -214,4 +214,43 @@ struct WaveletKernels {
 };
 KT7_DECLARE_KERNELS(WaveletKernels, waveletKernels);
 
+/// One pass of the group filter over a tile. Strides are in samples.
+struct GroupFilterJob {
+    const float* source; ///< blocks are read here
+    std::ptrdiff_t sourceStride;
+    float* sums; ///< weighted blocks are added here
+    std::ptrdiff_t sumsStride;
+    float* weights; ///< at a candidate's corner: += weight of each group that it belongs to
+    std::ptrdiff_t weightsStride;
+    const std::int32_t* matchIdx; ///< 8 candidate numbers per group
+    std::int32_t groups;
+    std::int32_t candX;      ///< candidates in a row
+    const float* thresholds; ///< 64, row-major, in sample units
+    float boost, gainCap;
+    float* cube; ///< 512 floats of scratch, aligned at 64 bytes
+};
+
+/// 8x8 blocks: orthonormal cosine transforms, the group filter, and the matcher's features.
+struct GroupKernels {
+    void (*dct8x8Forward)(float* block);
+    void (*dct8x8Inverse)(float* block);
+    void (*cubeForward)(float* cube);
+    void (*cubeInverse)(float* cube);
+    void (*dct4x4)(float* block);
+    void (*filterGroups)(const GroupFilterJob& job);
+    /// image = (floor * image + sums) / (floor + weight), where a pixel's weight is the sum over the
+    /// candidates that cover it: 8 rows of `weights`, of n + 7 samples each, which begin with the
+    /// candidate whose last pixel is the first of the row. scratch: n + 7 floats.
+    void (*normaliseRow)(const float* weights, std::ptrdiff_t weightsStride, const float* sums,
+                         float floor, float* scratch, float* image, std::int32_t n);
+    /// 16 floats for each of n candidates in a row. Reads 4 rows of means, every second one, up to
+    /// n + 13 samples each; those from n + 6 on have no influence.
+    void (*featureRow)(const float* means, std::ptrdiff_t meansStride, float dcScale,
+                       float* features, std::int32_t n);
+    /// Index of a least one of n keys; keys are read up to the next multiple of 8 and must be
+    /// infinite there.
+    std::int32_t (*indexOfLeast)(const float* keys, std::int32_t n);
+};
+KT7_DECLARE_KERNELS(GroupKernels, groupKernels);
+
 } // namespace kt7

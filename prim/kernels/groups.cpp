@@ -1,0 +1,383 @@
+// Block transforms and the group filter built on them. Every transform runs on rows of eight
+// floats; the multiply-adds of the cosine products decide its speed, so this file is built with
+// contraction.
+#include "prim/kernels/KernelTable.h"
+
+namespace kt7 {
+namespace {
+
+using Row = float __attribute__((vector_size(32)));
+using Mask = std::int32_t __attribute__((vector_size(32)));
+
+constexpr int side = 8;
+constexpr int blockSize = side * side;
+
+#define KT7_INLINE inline __attribute__((always_inline))
+
+// A row anywhere in a plane.
+using LooseRow = float __attribute__((vector_size(32), aligned(4), may_alias));
+
+KT7_INLINE void load(const float* from, Row& row) {
+    row = *reinterpret_cast<const LooseRow*>(from);
+}
+KT7_INLINE void store(const Row& row, float* to) {
+    *reinterpret_cast<LooseRow*>(to) = row;
+}
+
+// Eight rows that lie `stride` samples apart. Unrolled by force: an array that a loop runs over
+// would stay in memory.
+KT7_INLINE void load8(const float* from, std::ptrdiff_t stride, Row (&x)[side]) {
+#pragma GCC unroll 8
+    for (int i = 0; i < side; ++i)
+        load(from + i * stride, x[i]);
+}
+KT7_INLINE void store8(const Row (&x)[side], float* to, std::ptrdiff_t stride) {
+#pragma GCC unroll 8
+    for (int i = 0; i < side; ++i)
+        store(x[i], to + i * stride);
+}
+
+// Square root of 2 times the cosines of pi/16, 3pi/16, 5pi/16, 7pi/16, pi/8 and 3pi/8.
+constexpr float c1 = 1.3870399f, c3 = 1.1758755f, c5 = 0.78569496f, c7 = 0.27589938f;
+constexpr float c2 = 1.306563f, c6 = 0.5411961f;
+constexpr float rootEighth = 0.35355338f;
+
+/// Eight-point DCT-II along the index of x, lane by lane, larger by the square root of 8 than the
+/// orthonormal one: three axes of it need no scaling until the very end.
+KT7_INLINE void forward8(Row (&x)[side]) {
+    const Row a = x[0] + x[7], b = x[3] + x[4], c = x[1] + x[6], d = x[2] + x[5];
+    const Row e = x[0] - x[7], f = x[6] - x[1], g = x[2] - x[5], h = x[4] - x[3];
+    const Row s = a + b, t = a - b, u = c + d, v = c - d;
+    x[0] = s + u;
+    x[4] = s - u;
+    x[2] = c2 * t + c6 * v;
+    x[6] = c6 * t - c2 * v;
+    x[1] = c1 * e - c3 * f + c5 * g - c7 * h;
+    x[3] = c3 * e + c7 * f - c1 * g + c5 * h;
+    x[5] = c5 * e + c1 * f + c7 * g - c3 * h;
+    x[7] = c7 * e + c5 * f + c3 * g + c1 * h;
+}
+
+/// Transposed flow of forward8, larger than the inverse of the orthonormal DCT by the same factor.
+KT7_INLINE void inverse8(Row (&x)[side]) {
+    const Row p = c2 * x[2] + c6 * x[6], q = c6 * x[2] - c2 * x[6];
+    const Row s = x[0] + x[4], d = x[0] - x[4];
+    const Row a = s + p, b = s - p, c = d + q, e = d - q;
+    const Row o0 = c1 * x[1] + c3 * x[3] + c5 * x[5] + c7 * x[7];
+    const Row o1 = c5 * x[3] - c7 * x[1] - c3 * x[5] + c1 * x[7];
+    const Row o2 = c3 * x[1] - c7 * x[3] - c1 * x[5] - c5 * x[7];
+    const Row o3 = c5 * x[1] - c1 * x[3] + c7 * x[5] + c3 * x[7];
+    x[0] = a + o0;
+    x[7] = a - o0;
+    x[4] = b + o1;
+    x[3] = b - o1;
+    x[1] = c + o2;
+    x[6] = c - o2;
+    x[2] = e + o3;
+    x[5] = e - o3;
+}
+
+KT7_INLINE void transpose8(Row (&x)[side]) {
+    Row pairs[side], quads[side];
+    for (int i = 0; i < side; i += 2) {
+        pairs[i] = __builtin_shuffle(x[i], x[i + 1], Mask{0, 8, 1, 9, 4, 12, 5, 13});
+        pairs[i + 1] = __builtin_shuffle(x[i], x[i + 1], Mask{2, 10, 3, 11, 6, 14, 7, 15});
+    }
+    for (int i = 0; i < side; i += 4)
+        for (int j = 0; j < 2; ++j) {
+            const Row &low = pairs[i + j], &high = pairs[i + j + 2];
+            quads[i + 2 * j] = __builtin_shuffle(low, high, Mask{0, 1, 8, 9, 4, 5, 12, 13});
+            quads[i + 2 * j + 1] = __builtin_shuffle(low, high, Mask{2, 3, 10, 11, 6, 7, 14, 15});
+        }
+    for (int i = 0; i < 4; ++i) {
+        x[i] = __builtin_shuffle(quads[i], quads[i + 4], Mask{0, 1, 2, 3, 8, 9, 10, 11});
+        x[i + 4] = __builtin_shuffle(quads[i], quads[i + 4], Mask{4, 5, 6, 7, 12, 13, 14, 15});
+    }
+}
+
+KT7_INLINE void scale8(Row (&x)[side], float factor) {
+    for (Row& row : x)
+        row *= factor;
+}
+
+void dct8x8Forward(float* block) {
+    Row x[side];
+    load8(block, side, x);
+    forward8(x);
+    transpose8(x);
+    forward8(x);
+    transpose8(x);
+    scale8(x, rootEighth * rootEighth);
+    store8(x, block, side);
+}
+
+void dct8x8Inverse(float* block) {
+    Row x[side];
+    load8(block, side, x);
+    inverse8(x);
+    transpose8(x);
+    inverse8(x);
+    transpose8(x);
+    scale8(x, rootEighth * rootEighth);
+    store8(x, block, side);
+}
+
+template <bool isForward>
+KT7_INLINE void groupAxis(float* cube) {
+    for (int at = 0; at < blockSize; at += side) {
+        Row x[side];
+        load8(cube + at, blockSize, x);
+        if constexpr (isForward)
+            forward8(x);
+        else
+            inverse8(x);
+        scale8(x, rootEighth);
+        store8(x, cube + at, blockSize);
+    }
+}
+
+void cubeForward(float* cube) {
+    for (int j = 0; j < side; ++j)
+        dct8x8Forward(cube + j * blockSize);
+    groupAxis<true>(cube);
+}
+
+void cubeInverse(float* cube) {
+    for (int j = 0; j < side; ++j)
+        dct8x8Inverse(cube + j * blockSize);
+    groupAxis<false>(cube);
+}
+
+KT7_INLINE float sumOf(const Row& row) {
+    return ((row[0] + row[1]) + (row[2] + row[3])) + ((row[4] + row[5]) + (row[6] + row[7]));
+}
+
+/// What thresholding a group has found out.
+struct Survivors {
+    std::int32_t kept;
+    float sumAll, sumKept; // in the cube's enlarged units; only with sums asked for
+    float mean;            // element 0 after thresholding
+};
+
+/// Transform along the group, threshold, and transform back, one row of the eight slices at a time:
+/// coefficients never leave the registers.
+template <bool withSums>
+KT7_INLINE void shrinkGroup(float* cube, const float* thresholds, Survivors& found) {
+    Mask dropped = {};
+    Row sumAll = {}, sumKept = {};
+    for (int at = 0; at < blockSize; at += side) {
+        Row x[side], t;
+        load8(cube + at, blockSize, x);
+        load(thresholds + at, t);
+        forward8(x);
+#pragma GCC unroll 8
+        for (Row& c : x) {
+            // Strict on both sides: a coefficient as large as its threshold survives.
+            const Mask drop = (c < t) & (c > -t);
+            if constexpr (withSums)
+                sumAll += c;
+            c = drop ? Row{} : c;
+            if constexpr (withSums)
+                sumKept += c;
+            dropped += drop;
+        }
+        if (at == 0)
+            found.mean = x[0][0];
+        inverse8(x);
+        store8(x, cube + at, blockSize);
+    }
+    std::int32_t count = side * blockSize;
+    for (int i = 0; i < side; ++i)
+        count += dropped[i];
+    found.kept = count;
+    if constexpr (withSums) {
+        found.sumAll = sumOf(sumAll);
+        found.sumKept = sumOf(sumKept);
+    }
+}
+
+// Three enlarged axes there and three back make 512; there alone, its square root.
+constexpr float cubeEnlargement = 22.627417f;
+
+template <bool withBoost>
+void filterGroupsWith(const GroupFilterJob& job) {
+    alignas(64) float thresholds[blockSize];
+    for (int v = 0; v < side; ++v) // slices stand transposed in the cube
+        for (int u = 0; u < side; ++u)
+            thresholds[u * side + v] = job.thresholds[v * side + u] * cubeEnlargement;
+    float* const cube = job.cube;
+    const double perRow = 1.0 / job.candX;
+
+    for (std::int32_t q = 0; q < job.groups; ++q) {
+        const std::int32_t* matches = job.matchIdx + std::ptrdiff_t{q} * side;
+        std::ptrdiff_t sourceAt[side], sumsAt[side], weightAt[side];
+        for (int j = 0; j < side; ++j) {
+            // Exact: half a candidate of room is far more than the quotient's rounding.
+            const auto y = static_cast<std::int32_t>((matches[j] + 0.5) * perRow);
+            const std::int32_t x = matches[j] - y * job.candX;
+            sourceAt[j] = y * job.sourceStride + x;
+            sumsAt[j] = y * job.sumsStride + x;
+            weightAt[j] = y * job.weightsStride + x;
+        }
+
+        for (int j = 0; j < side; ++j) {
+            Row x[side];
+            load8(job.source + sourceAt[j], job.sourceStride, x);
+            forward8(x);
+            transpose8(x);
+            forward8(x);
+            store8(x, cube + j * blockSize, side);
+        }
+
+        Survivors found;
+        shrinkGroup<withBoost>(cube, thresholds, found);
+        const float weight = 1.0f / static_cast<float>(found.kept + 1);
+        float factor = weight * (1.0f / (side * blockSize)), lift = 0.0f;
+        if constexpr (withBoost) {
+            const float all = found.sumAll * (1.0f / cubeEnlargement);
+            const float kept = found.sumKept * (1.0f / cubeEnlargement);
+            float gain = (all / (kept + 0.001f) - 1.0f) * job.boost + 1.0f;
+            gain = gain < job.gainCap ? gain : job.gainCap;
+            if (gain > 1.05f) {
+                // The mean keeps its size: what the gain adds to it is taken off every sample.
+                lift = found.mean * (1.0f - gain) * factor;
+                factor *= gain;
+            }
+        }
+
+        for (int j = 0; j < side; ++j) {
+            Row x[side];
+            load8(cube + j * blockSize, side, x);
+            inverse8(x);
+            transpose8(x);
+            inverse8(x);
+            float* to = job.sums + sumsAt[j];
+#pragma GCC unroll 8
+            for (int i = 0; i < side; ++i) {
+                Row sum;
+                load(to + i * job.sumsStride, sum);
+                sum += x[i] * factor;
+                if constexpr (withBoost)
+                    sum += lift;
+                store(sum, to + i * job.sumsStride);
+            }
+            job.weights[weightAt[j]] += weight;
+        }
+    }
+}
+
+void filterGroups(const GroupFilterJob& job) {
+    if (job.boost > 0.05f)
+        filterGroupsWith<true>(job);
+    else
+        filterGroupsWith<false>(job);
+}
+
+void normaliseRow(const float* weights, std::ptrdiff_t weightsStride, const float* sums,
+                  float floor, float* scratch, float* image, std::int32_t n) {
+    for (std::int32_t x = 0; x < n + side - 1; ++x) {
+        float sum = weights[x];
+        for (int i = 1; i < side; ++i)
+            sum += weights[x + i * weightsStride];
+        scratch[x] = sum;
+    }
+    for (std::int32_t x = 0; x < n; ++x) {
+        float weight = floor;
+        for (int i = 0; i < side; ++i)
+            weight += scratch[x + i];
+        image[x] = (image[x] * floor + sums[x]) / weight;
+    }
+}
+
+// Four-point DCT: rows of 16 values, one lane per candidate.
+constexpr float d0 = 0.5f, d1 = 0.6532815f, d2 = 0.27059805f;
+
+template <class T>
+KT7_INLINE void forward4(T& x0, T& x1, T& x2, T& x3) {
+    const T a = x0 + x3, b = x1 + x2, c = x0 - x3, d = x1 - x2;
+    x0 = (a + b) * d0;
+    x2 = (a - b) * d0;
+    x1 = d1 * c + d2 * d;
+    x3 = d2 * c - d1 * d;
+}
+
+template <class T>
+KT7_INLINE void forward4x4(T (&x)[16]) {
+    for (int r = 0; r < 16; r += 4)
+        forward4(x[r], x[r + 1], x[r + 2], x[r + 3]);
+    for (int c = 0; c < 4; ++c)
+        forward4(x[c], x[c + 4], x[c + 8], x[c + 12]);
+}
+
+void dct4x4(float* block) {
+    float x[16];
+    for (int i = 0; i < 16; ++i)
+        x[i] = block[i];
+    forward4x4(x);
+    for (int i = 0; i < 16; ++i)
+        block[i] = x[i];
+}
+
+/// Features of one row of n candidates. Reads up to 7 floats behind the last sample of each row.
+void featureRow(const float* means, std::ptrdiff_t meansStride, float dcScale, float* features,
+                std::int32_t n) {
+    for (std::int32_t at = 0; at < n; at += side) {
+        Row x[16];
+        for (int j = 0; j < 4; ++j)
+            for (int i = 0; i < 4; ++i)
+                load(means + 2 * j * meansStride + at + 2 * i, x[4 * j + i]);
+        forward4x4(x);
+        x[0] *= dcScale;
+        // Eight candidates in the lanes become eight runs of 16 elements.
+        Row low[side], high[side];
+        for (int i = 0; i < side; ++i) {
+            low[i] = x[i];
+            high[i] = x[i + side];
+        }
+        transpose8(low);
+        transpose8(high);
+        const int lanes = n - at < side ? n - at : side;
+        float* to = features + std::ptrdiff_t{at} * 16;
+        if (lanes == side) {
+            for (int i = 0; i < side; ++i) {
+                store(low[i], to + 16 * i);
+                store(high[i], to + 16 * i + side);
+            }
+        } else {
+            for (int i = 0; i < lanes; ++i) {
+                store(low[i], to + 16 * i);
+                store(high[i], to + 16 * i + side);
+            }
+        }
+    }
+}
+
+std::int32_t indexOfLeast(const float* keys, std::int32_t n) {
+    const Mask lanes = {0, 1, 2, 3, 4, 5, 6, 7};
+    Row least;
+    load(keys, least);
+    Mask where = lanes;
+    for (std::int32_t i = side; i < n; i += side) {
+        Row row;
+        load(keys + i, row);
+        const Mask better = row < least;
+        least = better ? row : least;
+        where = better ? lanes + i : where;
+    }
+    float best = least[0];
+    std::int32_t index = where[0];
+    for (int i = 1; i < side; ++i) {
+        const bool better = least[i] < best;
+        best = better ? least[i] : best;
+        index = better ? where[i] : index;
+    }
+    return index;
+}
+
+} // namespace
+
+const GroupKernels KT7_NAME(groupKernels){&dct8x8Forward, &dct8x8Inverse, &cubeForward,
+                                          &cubeInverse,   &dct4x4,        &filterGroups,
+                                          &normaliseRow,  &featureRow,    &indexOfLeast};
+
+} // namespace kt7

@@ -1,4 +1,4 @@
-// The denoise call and the noise estimate.
+// The denoise call.
 #include "pmdll/src/exports.h"
 
 KT7_EXPORT std::int32_t qxDenoiseKt7(QxProgress*, PSImage*, const QxNoiseLevels*, float, float,
@@ -6,4 +6,3 @@ KT7_EXPORT std::int32_t qxDenoiseKt7(QxProgress*, PSImage*, const QxNoiseLevels*
     return 1;
 }
 
-KT7_EXPORT std::int32_t qxKt7NoiseEst(PSImage*, QxNoiseLevels*) { return 0; }

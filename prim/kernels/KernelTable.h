@@ -58,6 +58,22 @@ struct ColourKernels {
 };
 KT7_DECLARE_KERNELS(ColourKernels, colourKernels);
 
+/// What sumFlat adds up.
+struct FlatSums {
+    float response;
+    float root;
+    std::int32_t count;
+};
+
+/// Exact sums of the noise measurement.
+struct NoiseKernels {
+    /// Over the pixels whose gradient is at most `limit` and whose guide lies in low..high (low not
+    /// negative): sums of |response| and of the root of the guide, and their number.
+    void (*sumFlat)(const std::uint8_t* gradients, std::int32_t limit, const float* guide,
+                    float low, float high, const float* response, std::int32_t n, FlatSums* sums);
+};
+KT7_DECLARE_KERNELS(NoiseKernels, noiseKernels);
+
 /// Exact row steps of the 16-bit Laplacian pyramid.
 struct PyramidKernels {
     /// One row of the half-size low-pass image from five rows of `width` samples. scratch: at least

@@ -5,14 +5,49 @@
 
 namespace kt7::tool {
 
+namespace {
+
+/// Reads an amount and what follows it; false when there is none.
+bool readAmount(const char*& at, const char* end, float& value) {
+    const auto [rest, error] = std::from_chars(at, end, value);
+    at = rest;
+    return error == std::errc() && std::isfinite(value) && value >= 0.0f;
+}
+
+bool readLevels(const std::string& text, std::array<float, 6>& levels) {
+    const char* at = text.data();
+    const char* end = at + text.size();
+    for (float& level : levels) {
+        if (&level != levels.data() && (at == end || *at++ != ','))
+            return false;
+        if (!readAmount(at, end, level))
+            return false;
+    }
+    return at == end;
+}
+
+} // namespace
+
 std::string checkAmount(const std::string& text) {
-    double value = 0.0;
-    const char* end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc() || rest != end || !std::isfinite(static_cast<float>(value)) ||
-        value < 0.0)
-        return "\"" + text + "\" is not a number of 0 or above";
-    return {};
+    float value = 0.0f;
+    const char* at = text.data();
+    const char* end = at + text.size();
+    if (readAmount(at, end, value) && at == end)
+        return {};
+    return "\"" + text + "\" is not a number of 0 or above";
+}
+
+std::string checkLevels(const std::string& text) {
+    std::array<float, 6> levels{};
+    if (readLevels(text, levels))
+        return {};
+    return "\"" + text + "\" is not six numbers of 0 or above with commas";
+}
+
+std::array<float, 6> parseLevels(const std::string& text) {
+    std::array<float, 6> levels{};
+    readLevels(text, levels);
+    return levels;
 }
 
 Size parseSize(const std::string& text) {

@@ -25,7 +25,7 @@ struct Options {
     std::vector<std::string> files;
     std::string outDir;
     std::string format;
-    std::vector<float> noise;
+    std::string noise;
     float strength = defaults::strength;
     float noiseGrain = defaults::noiseGrain;
     bool noiseGrainGiven = false;
@@ -76,7 +76,7 @@ QxNoiseLevels chooseLevels(const Options& options, const Job& job, Photo& photo,
                            StepTimes& times) {
     QxNoiseLevels levels{};
     if (!options.noise.empty()) {
-        const auto& n = options.noise;
+        const auto n = parseLevels(options.noise);
         levels = scaled({n[0], n[1], n[2], n[3], n[4], n[5]}, options.strength, options.strength);
     } else {
         const NoiseEstimate estimate = times.time("estimate", [&] { return estimateNoise(photo); });
@@ -84,10 +84,9 @@ QxNoiseLevels chooseLevels(const Options& options, const Job& job, Photo& photo,
         if (estimate.measured)
             report.add("estimate", jsonOf(estimate.levels));
         else
-            std::fprintf(stderr, "kt7: %s\n",
-                         about(job.in, "is too small to measure its noise (148 pixels a side); "
-                                       "give levels with --noise")
-                             .c_str());
+            std::fprintf(
+                stderr, "kt7: %s\n",
+                about(job.in, std::string(notMeasured) + "; give levels with --noise").c_str());
         levels = levelsToUse(estimate.levels, options.strength);
         levels.noiseGrain = defaults::noiseGrain;
     }
@@ -199,9 +198,7 @@ void addNoiseOptions(CLI::App& command, Options& options) {
                     "midtones, colour U, colour V, luma in the shadows, luma in the highlights "
                     "(standard deviations, where 1 is full scale), and the noise grain. See kt7 "
                     "estimate")
-        ->delimiter(',')
-        ->expected(6)
-        ->check(checkAmount)
+        ->check(checkLevels)
         ->type_name("M,U,V,S,H,G");
     command
         .add_option("--noise-grain", options.noiseGrain,

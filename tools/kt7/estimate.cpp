@@ -39,8 +39,7 @@ int run(const Options& options) {
             Photo photo = readPhoto(file);
             const NoiseEstimate estimate = estimateNoise(photo);
             if (!estimate.measured)
-                throw UserError(
-                    about(file, "is too small to measure its noise (148 pixels a side)"));
+                throw UserError(about(file, notMeasured));
             if (!headed)
                 std::printf("%-*s  %10s  %10s  %10s  %10s  %10s  %10s\n", nameWidth, "file",
                             "lumaMid", "chromaU", "chromaV", "lumaLow", "lumaHigh", "noiseGrain");
@@ -60,8 +59,6 @@ int run(const Options& options) {
             result = exitFailed;
         }
     }
-    if (std::fflush(stdout) != 0)
-        throw UserError(about("-", "cannot write"));
     return result;
 }
 

@@ -3,6 +3,7 @@
 #include "tools/kt7/atomicOutput.h"
 #include "tools/kt7/errors.h"
 #include "tools/kt7/memoryFile.h"
+#include "tools/kt7/metadataBlocks.h"
 #include "tools/kt7/quietStderr.h"
 #include "tools/kt7/sampleScale.h"
 #include "tools/kt7/signals.h"
@@ -12,16 +13,25 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <string_view>
 #include <unistd.h>
+
+// As OpenImageIO/tiffutils.h declares it; that header wants libtiff's, which Debian's package of
+// OpenImageIO doesn't bring along.
+OIIO_NAMESPACE_BEGIN
+OIIO_API void encode_exif(const ImageSpec& spec, std::vector<char>& blob, OIIO::endian endianreq);
+OIIO_NAMESPACE_END
 
 namespace kt7::tool {
 
 struct FileTraits {
     OIIO::ImageSpec spec;
     std::string formatName;
+    MetadataBlocks metadata;
 };
 
 namespace {
@@ -208,7 +218,27 @@ std::unique_ptr<ImageInput> openInput(const std::string& path, const std::string
     throw UserError(about(path, "cannot read: " + oneLine(error)));
 }
 
+void takeMetadata(const std::string& realPath, FileTraits& traits) {
+    if (traits.formatName != "jpeg" && traits.formatName != "png")
+        return;
+    std::ifstream file(realPath, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    traits.metadata = metadataOf(bytes);
+}
+
 // Writing.
+
+/// Metadata for the coded file; a source without blocks of its own gets its Exif for a PNG from the
+/// attributes.
+MetadataBlocks metadataFor(const FileTraits& traits, const std::string& formatName) {
+    MetadataBlocks metadata = traits.metadata;
+    if (formatName == "png" && metadata.container.empty()) {
+        std::vector<char> exif;
+        OIIO::encode_exif(traits.spec, exif, OIIO::endian::big);
+        metadata.exif.assign(exif.begin(), exif.end());
+    }
+    return metadata;
+}
 
 /// Attributes that describe how the old file was coded, not what is in the picture.
 void dropCodingAttributes(ImageSpec& spec, bool sameFormat) {
@@ -330,8 +360,9 @@ Photo readPhoto(const std::string& path) {
     std::optional<MemoryFile> standardInput;
     if (path == "-")
         standardInput.emplace().fillFrom(STDIN_FILENO);
-    const auto in = openInput(path, standardInput ? standardInput->path() : path);
-    auto traits = std::make_shared<FileTraits>(FileTraits{in->spec(), in->format_name()});
+    const std::string realPath = standardInput ? standardInput->path() : path;
+    const auto in = openInput(path, realPath);
+    auto traits = std::make_shared<FileTraits>(FileTraits{in->spec(), in->format_name(), {}});
     checkKind(path, in->spec());
 
     Photo photo;
@@ -339,15 +370,18 @@ Photo readPhoto(const std::string& path) {
     photo.height = in->spec().height;
     photo.grey = in->spec().nchannels < 3;
     readPixels(path, *in, photo);
+    bool more;
     {
         const QuietStderr quiet;
-        traits->spec.attribute("kt7:more", in->seek_subimage(1, 0) ? 1 : 0);
+        more = in->seek_subimage(1, 0);
         in->close();
     }
-    if (traits->spec.get_int_attribute("kt7:more") != 0)
+    takeMetadata(realPath, *traits);
+    if (!traits->metadata.complete)
+        throw UserError(about(path, "is damaged or cut short: its end is missing"));
+    if (more)
         std::fprintf(stderr, "kt7: %s\n",
                      about(path, "holds several images; only the first is used").c_str());
-    traits->spec.erase_attribute("kt7:more");
     photo.traits = std::move(traits);
     return photo;
 }
@@ -372,24 +406,42 @@ void writePhoto(const Photo& photo, const std::string& path, const std::string& 
                 int quality) {
     // Coders differ in how they answer a full disk, so they write to memory and the bytes go to the
     // disk in one place.
-    const MemoryFile coded;
+    MemoryFile coded;
     const auto out = ImageOutput::create(formatName);
     if (!out)
         throw UserError(about(path, oneLine(OIIO::geterror())));
-    bool done;
+    ImageSpec spec = outputSpec(photo, *out, quality);
+    bool done, profileDropped = false;
     {
         const QuietStderr quiet;
-        done =
-            out->open(coded.path(), outputSpec(photo, *out, quality)) && writePixels(photo, *out);
+        done = out->open(coded.path(), spec);
+        // libpng takes no profile of another colour model, and some cameras' grey pictures have
+        // one.
+        if (!done && spec.find_attribute("ICCProfile") != nullptr) {
+            const std::string ignored = out->geterror();
+            spec.erase_attribute("ICCProfile");
+            coded.replaceContents({});
+            done = out->open(coded.path(), spec);
+            profileDropped = done;
+        }
+        done = done && writePixels(photo, *out);
         done = out->close() && done;
     }
     throwIfCancelled();
     if (!done)
         throw UserError(
             about(path, "cannot write as " + formatName + ": " + oneLine(out->geterror())));
+    if (profileDropped)
+        std::fprintf(
+            stderr, "kt7: %s\n",
+            about(path, "its colour profile doesn't fit " + formatName + "; it was left out")
+                .c_str());
     if (!photo.alpha.empty() && out->spec().alpha_channel < 0)
         std::fprintf(stderr, "kt7: %s\n",
                      about(path, formatName + " holds no alpha; it was left out").c_str());
+    if (photo.traits && (formatName == "jpeg" || formatName == "png"))
+        coded.replaceContents(
+            withMetadata(coded.contents(), metadataFor(*photo.traits, formatName)));
     publish(coded, path);
 }
 

@@ -29,6 +29,10 @@ struct NoiseEstimate {
     bool measured = false;
 };
 
+/// What is said when it was not measured.
+inline constexpr const char* notMeasured =
+    "its noise can't be measured (that takes 148 pixels a side)";
+
 NoiseEstimate estimateNoise(Photo& photo);
 
 /// Raises the levels that were measured to what the eye sees as noise, by the factors of defaults.h

@@ -14,6 +14,13 @@ namespace {
 
 using namespace kt7::tool;
 
+/// A summary that didn't reach its file is a failure, too.
+int finish(int result) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+        throw UserError("cannot write to standard output");
+    return result;
+}
+
 int run(int argc, char** argv) {
     CLI::App application("Removes noise from photographs.", "kt7");
     application.set_version_flag("--version", "kt7 " KT7_VERSION);
@@ -32,7 +39,7 @@ int run(int argc, char** argv) {
     }
     for (const Command& command : commands)
         if (command.options->parsed())
-            return command.run();
+            return finish(command.run());
     return exitUsage;
 }
 

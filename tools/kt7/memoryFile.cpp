@@ -56,6 +56,21 @@ void MemoryFile::fillFrom(int descriptor) {
     }
 }
 
+std::string MemoryFile::contents() const {
+    std::string bytes;
+    std::vector<char> chunk(chunkBytes);
+    for (ssize_t n; (n = pread(descriptor_, chunk.data(), chunk.size(),
+                               static_cast<off_t>(bytes.size()))) > 0;)
+        bytes.append(chunk.data(), static_cast<std::size_t>(n));
+    return bytes;
+}
+
+void MemoryFile::replaceContents(const std::string& bytes) {
+    if (ftruncate(descriptor_, 0) != 0 || lseek(descriptor_, 0, SEEK_SET) != 0 ||
+        !writeAll(descriptor_, bytes.data(), bytes.size()))
+        throw UserError(std::string("no memory for a file: ") + std::strerror(errno));
+}
+
 bool copyAll(const MemoryFile& from, int to) {
     std::vector<char> chunk(chunkBytes);
     for (off_t at = 0;;) {

@@ -20,6 +20,10 @@ class MemoryFile {
     /// Takes in everything a descriptor still holds.
     void fillFrom(int descriptor);
 
+    std::string contents() const;
+    /// Raises UserError when memory runs out.
+    void replaceContents(const std::string& bytes);
+
   private:
     int descriptor_;
     std::string path_;

@@ -1,0 +1,191 @@
+// The built kt7, from outside.
+#include "tests/tools/scratchFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <vector>
+
+extern char** environ;
+
+namespace kt7 {
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+struct Settings {
+    std::string in = "/dev/null";
+    std::string out = {};                      ///< empty: kept in the result
+    std::vector<std::string> environment = {}; ///< on top of our own
+    int signal = 0;                            ///< sent after the first byte on standard output
+};
+
+struct Result {
+    int code; ///< exit code
+    std::string out, err;
+    long lines() const { return std::count(err.begin(), err.end(), '\n'); }
+};
+
+/// Runs kt7 with standard output and error in pipes or files.
+Result run(const Arguments& arguments, const Settings& settings = {}) {
+    const ScratchFolder folder;
+    int pipeEnds[2];
+    EXPECT_EQ(pipe(pipeEnds), 0);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, settings.in.c_str(), O_RDONLY, 0);
+    if (settings.out.empty())
+        posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], 1);
+    else
+        posix_spawn_file_actions_addopen(&actions, 1, settings.out.c_str(), O_WRONLY | O_CREAT,
+                                         0666);
+    posix_spawn_file_actions_addopen(&actions, 2, (folder / "err").c_str(), O_WRONLY | O_CREAT,
+                                     0666);
+    posix_spawn_file_actions_addclose(&actions, pipeEnds[0]);
+    posix_spawn_file_actions_addclose(&actions, pipeEnds[1]);
+
+    std::vector<char*> argv{const_cast<char*>("kt7")};
+    for (const std::string& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    std::vector<char*> env;
+    // Ours first: the first of two counts.
+    for (const std::string& entry : settings.environment)
+        env.push_back(const_cast<char*>(entry.c_str()));
+    for (char** entry = environ; *entry != nullptr; ++entry)
+        env.push_back(*entry);
+    env.push_back(nullptr);
+
+    pid_t child = 0;
+    EXPECT_EQ(posix_spawn(&child, KT7_PROGRAM, &actions, nullptr, argv.data(), env.data()), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    close(pipeEnds[1]);
+    Result result{};
+    char chunk[4096];
+    for (ssize_t n; (n = read(pipeEnds[0], chunk, sizeof chunk)) > 0;) {
+        if (settings.signal != 0 && result.out.empty())
+            kill(child, settings.signal);
+        result.out.append(chunk, static_cast<std::size_t>(n));
+    }
+    close(pipeEnds[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    result.code = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    result.err = bytesOf(folder / "err");
+    return result;
+}
+
+class CommandLine : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(run({"demo", folder / "demo", "--size", "64x48", "--fast"}).code, 0);
+        photo = folder / "demo/noisy.png";
+    }
+    /// Levels by hand: the picture is too small to be measured.
+    Arguments denoise(Arguments rest) const {
+        rest.insert(rest.begin(), {"denoise", "--fast", "--noise", "0.03,0.03,0.03,0.02,0.03,0"});
+        return rest;
+    }
+
+    ScratchFolder folder;
+    std::string photo;
+};
+
+TEST_F(CommandLine, WritesFilesStreamsAndJson) {
+    EXPECT_EQ(run(denoise({photo, folder / "out.jpg"})).code, 0);
+    const Result quiet = run(denoise({photo, photo}));
+    EXPECT_EQ(quiet.code, 0);
+    EXPECT_EQ(quiet.out + quiet.err, "");
+
+    const Result piped = run(denoise({"-", "-", "--format", "tif"}), {.in = photo});
+    EXPECT_EQ(piped.code, 0) << piped.err;
+    EXPECT_TRUE(piped.out.starts_with("II*"));
+
+    std::filesystem::create_directory(folder / "all");
+    const Result several = run(denoise({photo, folder / "demo/clean.png", folder / "missing.png",
+                                        "--out-dir", folder / "all", "--json", "--strength", "2"}));
+    EXPECT_EQ(several.code, 1);
+    EXPECT_EQ(several.lines(), 1) << several.err;
+    EXPECT_EQ(std::count(several.out.begin(), several.out.end(), '\n'), 2);
+    EXPECT_NE(several.out.find("\"lumaMid\": 0.06,"), std::string::npos) << several.out;
+    EXPECT_TRUE(std::filesystem::exists(folder / "all/noisy.png"));
+    EXPECT_TRUE(std::filesystem::exists(folder / "all/clean.png"));
+}
+
+TEST_F(CommandLine, EveryFailureIsOneLineAndLeavesNothing) {
+    writeBytes(folder / "text.jpg", "no picture");
+    writeBytes(folder / "cut.png", bytesOf(photo).substr(0, 3000));
+    std::filesystem::create_directory(folder / "out");
+    const std::string out = folder / "out/o.png";
+    const struct {
+        Arguments arguments;
+        int code;
+    } cases[] = {{denoise({folder / "text.jpg", out}), 1},
+                 {denoise({folder / "cut.png", out}), 1},
+                 {denoise({folder / "nothing.png", out}), 1},
+                 {denoise({photo, folder / "none/o.png"}), 1},
+                 {denoise({photo, folder / "out"}), 1},
+                 {denoise({photo, folder / "out/o.doc"}), 1},
+                 {denoise({photo, "/dev/full", "--format", "png"}), 1},
+                 {denoise({photo, photo, "--out-dir", folder / "out"}), 1},
+                 {denoise({photo, out, "--strength", "nan"}), 2},
+                 {denoise({photo, out, "--sharpen", "-1"}), 2},
+                 {denoise({photo, out, "--quality", "0"}), 2},
+                 {denoise({photo, out, "--no-such-option"}), 2},
+                 {{"denoise", photo, out, "--noise", "1,2,3"}, 2},
+                 {{"estimate", photo}, 1},
+                 {{"demo", folder / "none/demo"}, 1},
+                 {{"demo", folder / "out", "--size", "0x7"}, 2},
+                 {{"paint"}, 2},
+                 {{}, 2}};
+    for (const auto& [arguments, code] : cases) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.code, code) << testing::PrintToString(arguments);
+        EXPECT_EQ(result.lines(), 1) << testing::PrintToString(arguments) << result.err;
+        EXPECT_TRUE(result.err.starts_with("kt7: ")) << result.err;
+    }
+    const Result full = run(denoise({photo, "-"}), {.out = "/dev/full"});
+    EXPECT_EQ(full.code, 1);
+    EXPECT_EQ(full.lines(), 1) << full.err;
+    EXPECT_TRUE(std::filesystem::is_empty(folder / "out"));
+}
+
+TEST_F(CommandLine, ASignalEndsTheWorkAndLeavesNothing) {
+    const std::string before = bytesOf(photo);
+    std::filesystem::create_directory(folder / "out");
+    for (const int number : {SIGINT, SIGTERM})
+        for (const std::string& out : {photo, folder / "out/o.png"}) {
+            const Result result =
+                run(denoise({photo, out}),
+                    {.environment = {"LD_LIBRARY_PATH=" KT7_STAND_IN}, .signal = number});
+            EXPECT_EQ(result.code, 128 + number) << result.err;
+            EXPECT_EQ(result.err, "");
+        }
+    EXPECT_EQ(bytesOf(photo), before);
+    EXPECT_TRUE(std::filesystem::is_empty(folder / "out"));
+}
+
+TEST_F(CommandLine, TellsWhyTheLibraryFailed) {
+    const struct {
+        const char* result;
+        const char* told;
+    } cases[] = {{"-898", "memory"}, {"-1000", "memory"}, {"-884", "-884"}, {"0", "0"}};
+    for (const auto& [result, told] : cases) {
+        const Result failed = run(denoise({photo, folder / "out.png"}),
+                                  {.environment = {"LD_LIBRARY_PATH=" KT7_STAND_IN,
+                                                   std::string("KT7_STAND_IN_RESULT=") + result}});
+        EXPECT_EQ(failed.code, 1);
+        EXPECT_EQ(failed.lines(), 1);
+        EXPECT_NE(failed.err.find(told), std::string::npos) << failed.err;
+        EXPECT_FALSE(std::filesystem::exists(folder / "out.png"));
+    }
+}
+
+} // namespace
+} // namespace kt7

@@ -100,6 +100,10 @@ struct Trip {
     float tolerance;
 };
 
+std::ostream& operator<<(std::ostream& out, const Trip& trip) {
+    return out << trip.extension << ' ' << trip.channels << ' ' << trip.type.c_str();
+}
+
 class RoundTrip : public testing::TestWithParam<Trip> {};
 
 TEST_P(RoundTrip, KeepsSamplesAlphaAndMetadata) {

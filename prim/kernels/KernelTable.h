@@ -58,6 +58,20 @@ struct ColourKernels {
 };
 KT7_DECLARE_KERNELS(ColourKernels, colourKernels);
 
+/// Fused row steps of the Lucy-Richardson deconvolution. All work on the weighted sum of `count` rows
+/// of n floats, which dst must not overlap.
+struct DeconvKernels {
+    void (*weightedSum)(const float* const* rows, const float* weights, std::int32_t count,
+                        float* dst, std::int32_t n);
+    /// dst = observed / sum where |sum| > threshold, else 0.
+    void (*ratio)(const float* const* rows, const float* weights, std::int32_t count,
+                  const float* observed, float threshold, float* dst, std::int32_t n);
+    /// estimate = estimate * sum where neither vanishes, else 0.
+    void (*correct)(const float* const* rows, const float* weights, std::int32_t count,
+                    float* estimate, std::int32_t n);
+};
+KT7_DECLARE_KERNELS(DeconvKernels, deconvKernels);
+
 /// What sumFlat adds up.
 struct FlatSums {
     float response;

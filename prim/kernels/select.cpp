@@ -20,6 +20,7 @@ constinit const GridKernels* gridKernels = &gridKernels_generic;
 constinit const GroupKernels* groupKernels = &groupKernels_generic;
 constinit const NeighbourKernels* neighbourKernels = &neighbourKernels_generic;
 constinit const ColourKernels* colourKernels = &colourKernels_generic;
+constinit const DeconvKernels* deconvKernels = &deconvKernels_generic;
 constinit const NoiseKernels* noiseKernels = &noiseKernels_generic;
 constinit const PyramidKernels* pyramidKernels = &pyramidKernels_generic;
 constinit const ScaledKernels* scaledKernels = &scaledKernels_generic;
@@ -47,6 +48,7 @@ void selectKernels([[maybe_unused]] CpuTarget target) noexcept {
     KT7_SELECT(groupKernels);
     KT7_SELECT(neighbourKernels);
     KT7_SELECT(colourKernels);
+    KT7_SELECT(deconvKernels);
     KT7_SELECT(noiseKernels);
     KT7_SELECT(pyramidKernels);
     KT7_SELECT(scaledKernels);

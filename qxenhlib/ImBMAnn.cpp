@@ -1,13 +1,13 @@
 #include "qxenhlib/ImBMAnn.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstddef>
 #include <limits>
 #include <new>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include <flann/util/params.h>
 
@@ -50,7 +50,7 @@ struct ForestMemory {
               ::operator new (nodeBytes*(2 * static_cast<std::size_t>(candidates)) *
                                   static_cast<std::size_t>(trees),
                               std::align_val_t{64}))),
-          order(static_cast<std::size_t>(candidates)),
+          order(static_cast<std::size_t>(candidates)), rest(static_cast<std::size_t>(candidates)),
           checked(static_cast<std::size_t>(candidates)),
           branchDistances(static_cast<std::size_t>(candidates) + 8,
                           std::numeric_limits<float>::infinity()),
@@ -60,20 +60,27 @@ struct ForestMemory {
 
     std::unique_ptr<std::byte[], AlignedDelete> nodes;
     std::size_t nodesTaken = 0;
-    std::vector<int> order;
-    std::array<float, featureSize> mean{}, variance{};
+    std::vector<int> order, rest;
     flann::DynamicBitset checked;
     std::vector<float> branchDistances; ///< infinite where there is no branch
     std::vector<void*> branchNodes;
+};
+
+/// A type of its own, so that what is specialised for it meets no other use of FLANN.
+struct SquaredDistance {
+    float value;
+    SquaredDistance() = default;
+    constexpr SquaredDistance(float squared) : value(squared) {}
+    constexpr operator float() const { return value; }
 };
 
 /// Squared Euclidean distance of two features.
 struct FeatureDistance {
     using is_kdtree_distance = bool;
     using ElementType = float;
-    using ResultType = float;
+    using ResultType = SquaredDistance;
 
-    float operator()(const float* a, const float* b, std::size_t, float = -1.0f) const {
+    SquaredDistance operator()(const float* a, const float* b, std::size_t, float = -1.0f) const {
         using Four = float __attribute__((vector_size(16), aligned(4), may_alias));
         Four sum = {};
         for (int i = 0; i < featureSize; i += 4) {
@@ -97,7 +104,7 @@ namespace flann {
 
 /// The eight best candidates so far, without virtual calls.
 template <>
-class ResultSet<float> {
+class ResultSet<kt7::SquaredDistance> {
   public:
     void clear() {
         count_ = 0;
@@ -135,7 +142,7 @@ class ResultSet<float> {
 /// Branches not taken yet. A search adds some two hundred and asks for the nearest two dozen times,
 /// so they lie in no order, and the nearest is looked for when it is asked for.
 template <class Node>
-class Heap<BranchStruct<Node*, float>> {
+class Heap<BranchStruct<Node*, kt7::SquaredDistance>> {
   public:
     explicit Heap(kt7::ForestMemory& memory)
         : distances_(memory.branchDistances.data()), nodes_(memory.branchNodes.data()),
@@ -144,7 +151,7 @@ class Heap<BranchStruct<Node*, float>> {
     Heap(const Heap&) = delete;
     Heap& operator=(const Heap&) = delete;
 
-    void insert(const BranchStruct<Node*, float>& branch) {
+    void insert(const BranchStruct<Node*, kt7::SquaredDistance>& branch) {
         if (count_ == capacity_)
             return;
         __builtin_prefetch(branch.node);
@@ -152,7 +159,7 @@ class Heap<BranchStruct<Node*, float>> {
         nodes_[count_++] = branch.node;
     }
 
-    bool popMin(BranchStruct<Node*, float>& branch) {
+    bool popMin(BranchStruct<Node*, kt7::SquaredDistance>& branch) {
         if (count_ == 0)
             return false;
         const std::int32_t at = kt7::groupKernels->indexOfLeast(distances_, count_);
@@ -174,12 +181,12 @@ class Heap<BranchStruct<Node*, float>> {
 /// One of the five largest of 16 variances, at random. Sorting them costs a mispredicted branch or
 /// two for each; counting how many are larger costs none.
 template <>
-int KDTreeIndex<kt7::FeatureDistance>::selectDivision(float* v) {
+int KDTreeIndex<kt7::FeatureDistance>::selectDivision(kt7::SquaredDistance* v) {
     // Variances are not negative, so they compare like their bits; the lowest four make room for a
     // number that tells equal ones apart.
     std::int32_t keys[kt7::featureSize], larger[kt7::featureSize] = {};
     for (int i = 0; i < kt7::featureSize; ++i)
-        keys[i] = (std::bit_cast<std::int32_t>(v[i]) & ~15) | (15 - i);
+        keys[i] = (std::bit_cast<std::int32_t>(v[i].value) & ~15) | (15 - i);
     for (int j = 0; j < kt7::featureSize; ++j)
         for (int i = 0; i < kt7::featureSize; ++i)
             larger[i] += keys[j] > keys[i] ? 1 : 0;
@@ -188,6 +195,66 @@ int KDTreeIndex<kt7::FeatureDistance>::selectDivision(float* v) {
     for (int i = 0; i < kt7::featureSize; ++i)
         chosen |= larger[i] == rank ? i : 0;
     return chosen;
+}
+
+/// Splits a list: first what is below cutval, then what equals it, then the rest; lim1 and lim2 are
+/// where the second and third part begin. Which side an element belongs to can't be predicted, so
+/// both are written and one is kept.
+template <>
+void KDTreeIndex<kt7::FeatureDistance>::planeSplit(int* ind, int count, int cutfeat,
+                                                   kt7::SquaredDistance cutval, int& lim1,
+                                                   int& lim2) {
+    int* const rest = distance_.memory->rest.data();
+    int below = 0, others = 0, equal = 0;
+    for (int i = 0; i < count; ++i) {
+        const int candidate = ind[i];
+        const float value = points_[static_cast<std::size_t>(candidate)][cutfeat];
+        ind[below] = candidate;
+        rest[others] = candidate;
+        below += value < cutval.value ? 1 : 0;
+        others += value < cutval.value ? 0 : 1;
+        equal += value == cutval.value ? 1 : 0;
+    }
+    lim1 = lim2 = below;
+    if (equal > 0) {
+        const auto isEqual = [&](int candidate) {
+            return points_[static_cast<std::size_t>(candidate)][cutfeat] == cutval.value;
+        };
+        std::partition(rest, rest + others, isEqual);
+        lim2 += equal;
+    }
+    std::copy_n(rest, others, ind + below);
+}
+
+/// Chooses the element and the value at which a list of candidates is split, and splits it. Mean
+/// and variance are those of the first hundred.
+template <>
+void KDTreeIndex<kt7::FeatureDistance>::meanSplit(int* ind, int count, int& index, int& cutfeat,
+                                                  kt7::SquaredDistance& cutval) {
+    using Sixteen = float __attribute__((vector_size(64), aligned(4), may_alias));
+    const int sampled = std::min(count, static_cast<int>(SAMPLE_MEAN) + 1);
+    const auto feature = [&](int i) -> const Sixteen& {
+        return *reinterpret_cast<const Sixteen*>(points_[static_cast<std::size_t>(ind[i])]);
+    };
+    Sixteen mean = {}, variance = {};
+    for (int i = 0; i < sampled; ++i)
+        mean += feature(i);
+    mean *= 1.0f / static_cast<float>(sampled);
+    for (int i = 0; i < sampled; ++i) {
+        const Sixteen d = feature(i) - mean;
+        variance += d * d;
+    }
+    kt7::SquaredDistance variances[kt7::featureSize];
+    __builtin_memcpy(variances, &variance, sizeof variances);
+    cutfeat = selectDivision(variances);
+    cutval = mean[cutfeat];
+
+    int lim1 = 0, lim2 = 0;
+    planeSplit(ind, count, cutfeat, cutval, lim1, lim2);
+    index = lim1 > count / 2 ? lim1 : lim2 < count / 2 ? lim2 : count / 2;
+    // All alike in this element.
+    if (lim1 == count || lim2 == 0)
+        index = count / 2;
 }
 
 template <>
@@ -216,8 +283,6 @@ void KDTreeIndex<kt7::FeatureDistance>::buildIndexImpl() {
     kt7::ForestMemory& memory = *distance_.memory;
     for (std::size_t i = 0; i < size_; ++i)
         memory.order[i] = static_cast<int>(i);
-    mean_ = memory.mean.data();
-    var_ = memory.variance.data();
     memory.nodesTaken = 0;
     tree_roots_.resize(static_cast<std::size_t>(trees_));
     for (NodePtr& root : tree_roots_) {
@@ -230,7 +295,8 @@ void KDTreeIndex<kt7::FeatureDistance>::buildIndexImpl() {
 }
 
 template <>
-void KDTreeIndex<kt7::FeatureDistance>::findNeighbors(ResultSet<float>& result, const float* vec,
+void KDTreeIndex<kt7::FeatureDistance>::findNeighbors(ResultSet<kt7::SquaredDistance>& result,
+                                                      const float* vec,
                                                       const SearchParams& searchParams) const {
     const int maxCheck = searchParams.checks;
     constexpr float epsError = 1.0f;
@@ -282,7 +348,7 @@ class ImBMAnn::Forest {
   private:
     ForestMemory memory_;
     std::int32_t trees_;
-    flann::ResultSet<float> best_;
+    flann::ResultSet<kt7::SquaredDistance> best_;
     std::optional<Index> index_;
 };
 

@@ -1,0 +1,28 @@
+// Opens the steps of ImBMAnn::proc to benchmarks: growing and searching are what the index itself
+// costs, the floor under any denoise call.
+#pragma once
+
+#include <span>
+
+#include "qxenhlib/ImBMAnn.h"
+
+namespace kt7 {
+
+class MatchingSteps {
+  public:
+    explicit MatchingSteps(ImBMAnn& matcher) : matcher_(matcher) {}
+
+    void prepare(const ImBMResult& result) { matcher_.prepare(result); }
+    void computeFeatures(const GIMG<float>& tile) { matcher_.computeFeatures(tile); }
+    void grow() { matcher_.growForest(); }
+    void search(ImBMResult& result) { matcher_.search(result); }
+    void drop() { matcher_.dropForest(); }
+
+    /// 16 floats per candidate.
+    float* features() { return matcher_.features_.get(); }
+
+  private:
+    ImBMAnn& matcher_;
+};
+
+} // namespace kt7

@@ -6,16 +6,19 @@
 namespace kt7 {
 namespace {
 
-using Row = float __attribute__((vector_size(32)));
-using Mask = std::int32_t __attribute__((vector_size(32)));
-
 constexpr int side = 8;
 constexpr int blockSize = side * side;
 
 #define KT7_INLINE inline __attribute__((always_inline))
 
-// A row anywhere in a plane.
+#if defined(__AVX__)
+
+using Row = float __attribute__((vector_size(32)));
 using LooseRow = float __attribute__((vector_size(32), aligned(4), may_alias));
+using Mask = std::int32_t __attribute__((vector_size(32)));
+// The widest vector that the target computes with.
+using Wide = Row;
+using WideMask = Mask;
 
 KT7_INLINE void load(const float* from, Row& row) {
     row = *reinterpret_cast<const LooseRow*>(from);
@@ -23,6 +26,120 @@ KT7_INLINE void load(const float* from, Row& row) {
 KT7_INLINE void store(const Row& row, float* to) {
     *reinterpret_cast<LooseRow*>(to) = row;
 }
+
+/// Zeroes the elements of c that are strictly between -t and t, and counts them down in each lane.
+KT7_INLINE void dropWeak(Row& c, const Row& t, Mask& dropped) {
+    const Mask weak = (c < t) & (c > -t);
+    c = weak ? Row{} : c;
+    dropped += weak;
+}
+
+KT7_INLINE void transpose8(Row (&x)[side]) {
+    Row pairs[side], quads[side];
+    for (int i = 0; i < side; i += 2) {
+        pairs[i] = __builtin_shufflevector(x[i], x[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
+        pairs[i + 1] = __builtin_shufflevector(x[i], x[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
+    }
+    for (int i = 0; i < side; i += 4)
+        for (int j = 0; j < 2; ++j) {
+            const Row &low = pairs[i + j], &high = pairs[i + j + 2];
+            quads[i + 2 * j] = __builtin_shufflevector(low, high, 0, 1, 8, 9, 4, 5, 12, 13);
+            quads[i + 2 * j + 1] = __builtin_shufflevector(low, high, 2, 3, 10, 11, 6, 7, 14, 15);
+        }
+    for (int i = 0; i < 4; ++i) {
+        x[i] = __builtin_shufflevector(quads[i], quads[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+        x[i + 4] = __builtin_shufflevector(quads[i], quads[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+    }
+}
+
+#else
+
+// Compilers take vectors wider than the target's apart into single elements, so a row is two
+// halves.
+using Half = float __attribute__((vector_size(16)));
+using LooseHalf = float __attribute__((vector_size(16), aligned(4), may_alias));
+using HalfMask = std::int32_t __attribute__((vector_size(16)));
+using Wide = Half;
+using WideMask = HalfMask;
+
+struct Row {
+    Half low, high;
+    KT7_INLINE float operator[](int i) const { return i < 4 ? low[i] : high[i - 4]; }
+};
+struct Mask {
+    HalfMask low, high;
+    KT7_INLINE std::int32_t operator[](int i) const { return i < 4 ? low[i] : high[i - 4]; }
+};
+
+KT7_INLINE Row operator+(const Row& a, const Row& b) {
+    return {a.low + b.low, a.high + b.high};
+}
+KT7_INLINE Row operator-(const Row& a, const Row& b) {
+    return {a.low - b.low, a.high - b.high};
+}
+KT7_INLINE Row operator*(const Row& a, float b) {
+    return {a.low * b, a.high * b};
+}
+KT7_INLINE Row operator*(float a, const Row& b) {
+    return b * a;
+}
+KT7_INLINE void operator+=(Row& a, const Row& b) {
+    a = a + b;
+}
+KT7_INLINE void operator+=(Row& a, float b) {
+    a = {a.low + b, a.high + b};
+}
+KT7_INLINE void operator*=(Row& a, float b) {
+    a = a * b;
+}
+
+KT7_INLINE void load(const float* from, Half& half) {
+    half = *reinterpret_cast<const LooseHalf*>(from);
+}
+KT7_INLINE void load(const float* from, Row& row) {
+    load(from, row.low);
+    load(from + 4, row.high);
+}
+KT7_INLINE void store(const Row& row, float* to) {
+    *reinterpret_cast<LooseHalf*>(to) = row.low;
+    *reinterpret_cast<LooseHalf*>(to + 4) = row.high;
+}
+
+KT7_INLINE void dropWeak(Half& c, const Half& t, HalfMask& dropped) {
+    const HalfMask weak = (c < t) & (c > -t);
+    c = weak ? Half{} : c;
+    dropped += weak;
+}
+/// Zeroes the elements of c that are strictly between -t and t, and counts them down in each lane.
+KT7_INLINE void dropWeak(Row& c, const Row& t, Mask& dropped) {
+    dropWeak(c.low, t.low, dropped.low);
+    dropWeak(c.high, t.high, dropped.high);
+}
+
+KT7_INLINE void transpose4(Half& a, Half& b, Half& c, Half& d) {
+    const Half ab = __builtin_shufflevector(a, b, 0, 4, 1, 5);
+    const Half cd = __builtin_shufflevector(c, d, 0, 4, 1, 5);
+    const Half abHigh = __builtin_shufflevector(a, b, 2, 6, 3, 7);
+    const Half cdHigh = __builtin_shufflevector(c, d, 2, 6, 3, 7);
+    a = __builtin_shufflevector(ab, cd, 0, 1, 4, 5);
+    b = __builtin_shufflevector(ab, cd, 2, 3, 6, 7);
+    c = __builtin_shufflevector(abHigh, cdHigh, 0, 1, 4, 5);
+    d = __builtin_shufflevector(abHigh, cdHigh, 2, 3, 6, 7);
+}
+
+KT7_INLINE void transpose8(Row (&x)[side]) {
+    transpose4(x[0].low, x[1].low, x[2].low, x[3].low);
+    transpose4(x[4].high, x[5].high, x[6].high, x[7].high);
+    transpose4(x[0].high, x[1].high, x[2].high, x[3].high);
+    transpose4(x[4].low, x[5].low, x[6].low, x[7].low);
+    for (int i = 0; i < 4; ++i) {
+        const Half swapped = x[i].high;
+        x[i].high = x[i + 4].low;
+        x[i + 4].low = swapped;
+    }
+}
+
+#endif
 
 // Eight rows that lie `stride` samples apart. Unrolled by force: an array that a loop runs over
 // would stay in memory.
@@ -75,24 +192,6 @@ KT7_INLINE void inverse8(Row (&x)[side]) {
     x[6] = c - o2;
     x[2] = e + o3;
     x[5] = e - o3;
-}
-
-KT7_INLINE void transpose8(Row (&x)[side]) {
-    Row pairs[side], quads[side];
-    for (int i = 0; i < side; i += 2) {
-        pairs[i] = __builtin_shuffle(x[i], x[i + 1], Mask{0, 8, 1, 9, 4, 12, 5, 13});
-        pairs[i + 1] = __builtin_shuffle(x[i], x[i + 1], Mask{2, 10, 3, 11, 6, 14, 7, 15});
-    }
-    for (int i = 0; i < side; i += 4)
-        for (int j = 0; j < 2; ++j) {
-            const Row &low = pairs[i + j], &high = pairs[i + j + 2];
-            quads[i + 2 * j] = __builtin_shuffle(low, high, Mask{0, 1, 8, 9, 4, 5, 12, 13});
-            quads[i + 2 * j + 1] = __builtin_shuffle(low, high, Mask{2, 3, 10, 11, 6, 7, 14, 15});
-        }
-    for (int i = 0; i < 4; ++i) {
-        x[i] = __builtin_shuffle(quads[i], quads[i + 4], Mask{0, 1, 2, 3, 8, 9, 10, 11});
-        x[i + 4] = __builtin_shuffle(quads[i], quads[i + 4], Mask{4, 5, 6, 7, 12, 13, 14, 15});
-    }
 }
 
 KT7_INLINE void scale8(Row (&x)[side], float factor) {
@@ -172,14 +271,11 @@ KT7_INLINE void shrinkGroup(float* cube, const float* thresholds, Survivors& fou
         forward8(x);
 #pragma GCC unroll 8
         for (Row& c : x) {
-            // Strict on both sides: a coefficient as large as its threshold survives.
-            const Mask drop = (c < t) & (c > -t);
             if constexpr (withSums)
                 sumAll += c;
-            c = drop ? Row{} : c;
+            dropWeak(c, t, dropped); // one as large as its threshold survives
             if constexpr (withSums)
                 sumKept += c;
-            dropped += drop;
         }
         if (at == 0)
             found.mean = x[0][0];
@@ -353,20 +449,24 @@ void featureRow(const float* means, std::ptrdiff_t meansStride, float dcScale, f
 }
 
 std::int32_t indexOfLeast(const float* keys, std::int32_t n) {
-    const Mask lanes = {0, 1, 2, 3, 4, 5, 6, 7};
-    Row least;
+    constexpr std::int32_t lanes = sizeof(Wide) / sizeof(float);
+    WideMask here = {0, 1, 2, 3};
+    for (std::int32_t i = 4; i < lanes; ++i)
+        here[i] = i;
+    WideMask where = here;
+    Wide least;
     load(keys, least);
-    Mask where = lanes;
-    for (std::int32_t i = side; i < n; i += side) {
-        Row row;
-        load(keys + i, row);
-        const Mask better = row < least;
-        least = better ? row : least;
-        where = better ? lanes + i : where;
+    for (std::int32_t i = lanes; i < n; i += lanes) {
+        here += lanes;
+        Wide next;
+        load(keys + i, next);
+        const WideMask better = next < least;
+        least = better ? next : least;
+        where = better ? here : where;
     }
     float best = least[0];
     std::int32_t index = where[0];
-    for (int i = 1; i < side; ++i) {
+    for (int i = 1; i < lanes; ++i) {
         const bool better = least[i] < best;
         best = better ? least[i] : best;
         index = better ? where[i] : index;

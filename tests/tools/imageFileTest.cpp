@@ -240,6 +240,20 @@ TEST(ImageFile, RefusesWhatItCannotDenoise) {
             << refusalOf(folder / file);
 }
 
+TEST(ImageFile, SaysInOneLineWhatAWholePageOfErrorsSays) {
+    const ScratchFolder folder;
+    writeFile(folder / "a.tif", 3, TypeDesc::UINT8, pattern(3),
+              [](ImageSpec& spec) { spec.attribute("compression", "none"); });
+    std::string bytes = bytesOf(folder / "a.tif");
+    // The height, in the directory behind the pixels, grows past what the file holds.
+    const std::string tag{"\x01\x01\x03\x00\x01\x00\x00\x00\x17", 9};
+    const std::size_t at = bytes.find(tag);
+    ASSERT_NE(at, std::string::npos);
+    bytes[at + 9] = '\x10';
+    writeBytes(folder / "a.tif", bytes);
+    EXPECT_LT(refusalOf(folder / "a.tif").size(), 400u);
+}
+
 TEST(ImageFile, RefusesFilesCutAnywhere) {
     const ScratchFolder folder;
     for (const std::string name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {

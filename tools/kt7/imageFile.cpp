@@ -41,17 +41,14 @@ using OIIO::ImageOutput;
 using OIIO::ImageSpec;
 using OIIO::TypeDesc;
 
-/// One line out of what may be several, without the noise that is the same for every file.
+/// The first of what may be many lines, one for each row of a damaged file, without the words that
+/// are the same for every file.
 std::string oneLine(std::string_view text) {
     constexpr std::string_view prefix = "Could not open file: ";
     if (text.starts_with(prefix))
         text.remove_prefix(prefix.size());
-    while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
-        text.remove_suffix(1);
-    std::string line;
-    for (const char c : text)
-        line.append(c == '\n' ? "; " : std::string_view(&c, 1));
-    return line.empty() ? "unknown error" : line;
+    text = text.substr(0, text.find('\n'));
+    return text.empty() ? "unknown error" : std::string(text);
 }
 
 /// JPEG decoding goes on after damage and fills the rest with grey; the reader then says "done" and
@@ -79,6 +76,12 @@ bool isCmyk(const ImageSpec& spec) {
     return spec.nchannels >= 4 && spec.channelnames[0] == "C" && spec.channelnames[3] == "K";
 }
 
+/// Whether the last channel is alpha; the GIF reader names it but marks a channel that is not
+/// there.
+bool hasAlpha(const ImageSpec& spec) {
+    return spec.alpha_channel == spec.nchannels - 1 || spec.channelnames.back() == "A";
+}
+
 /// Raises when the file holds something else than the photos that we work on.
 void checkKind(const std::string& path, const ImageSpec& spec) {
     const auto refuse = [&](const std::string& why) { throw UserError(about(path, why)); };
@@ -88,7 +91,7 @@ void checkKind(const std::string& path, const ImageSpec& spec) {
         refuse("holds more than one sample a pixel (a deep or volume image)");
     if (spec.width < 1 || spec.height < 1)
         refuse("is empty");
-    const bool alpha = spec.alpha_channel == spec.nchannels - 1;
+    const bool alpha = hasAlpha(spec);
     const int colours = spec.nchannels - (alpha ? 1 : 0);
     if (colours != 1 && colours != 3)
         refuse("has " + std::to_string(spec.nchannels) +

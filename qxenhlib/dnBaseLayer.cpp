@@ -1,0 +1,20 @@
+// Low-pass residual of all planes.
+#include "qxenhlib/Denoise3DCT.h"
+#include "qxenhlib/LayerTiles.h"
+
+namespace kt7 {
+
+std::int32_t Denoise3DCT::dnBaseLayer() {
+    constexpr std::int32_t layer = pyramidDepth;
+    std::vector<GIMG<std::int16_t>*> levels;
+    for (std::int32_t c = 0; c < channelCount; ++c)
+        levels.push_back(pyramids[c]->levels[layer]);
+    LayerTiles tiles(*this, layer, levels, *levels[0]);
+    const float share = static_cast<float>(budget()) / static_cast<float>(tiles.plannedTiles());
+    if (!tiles.run(static_cast<std::int32_t>(share), 1))
+        return -1;
+    tiles.store();
+    return 0;
+}
+
+} // namespace kt7

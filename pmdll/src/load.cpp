@@ -10,5 +10,5 @@ namespace {
     flushDenormals();
 }
 
-}  // namespace
-}  // namespace kt7
+} // namespace
+} // namespace kt7

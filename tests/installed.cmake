@@ -1,0 +1,20 @@
+# Installs into a fresh folder and builds the example against it, through CMake and pkg-config.
+#   cmake -DBUILD=build folder -DSOURCE=source -DWORK=scratch folder -DLIBDIR=lib -P installed.cmake
+file(REMOVE_RECURSE ${WORK})
+set(prefix ${WORK}/prefix)
+execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix}
+  OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE}/examples -B ${WORK}/build -G Ninja
+  -DCMAKE_PREFIX_PATH=${prefix} OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK}/build OUTPUT_QUIET
+  COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${WORK}/build/kt7host COMMAND_ERROR_IS_FATAL ANY)
+
+set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
+execute_process(COMMAND pkg-config --define-variable=prefix=${prefix}
+  --cflags --libs kt7lib OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE
+  COMMAND_ERROR_IS_FATAL ANY)
+separate_arguments(flags UNIX_COMMAND "${flags}")
+execute_process(COMMAND cc ${SOURCE}/examples/host.c ${flags} -lm
+  -Wl,-rpath,${prefix}/${LIBDIR} -o ${WORK}/pkghost COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${WORK}/pkghost COMMAND_ERROR_IS_FATAL ANY)

@@ -1,0 +1,319 @@
+// The denoise call as a host makes it, through the shared library.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <set>
+#include <thread>
+
+#include "tests/support/failingAllocator.h"
+#include "tests/support/hostImage.h"
+#include "tests/support/progressLog.h"
+
+namespace kt7::test {
+namespace {
+
+struct Options {
+    float lumaSmooth = 0.0f;
+    float sharpen = 0.0f;
+    std::int32_t chromaMedianMode = 0;
+    float chromaSmooth = 0.0f;
+    float grain = 0.0f;
+    std::int32_t fullQuality = 0;
+};
+
+constexpr Options everything{0.03f, 0.4f, 1, 0.03f, 0.004f, 1};
+
+template <class Image>
+std::int32_t denoise(ProgressLog& log, Image& image, const QxNoiseLevels& noise,
+                     const Options& options = {}) {
+    return qxDenoiseKt7(&log.record, &image.record, &noise, options.lumaSmooth, options.sharpen,
+                        options.chromaMedianMode, options.chromaSmooth, options.grain,
+                        options.fullQuality);
+}
+
+template <class Image>
+std::int32_t denoise(Image& image, const QxNoiseLevels& noise, const Options& options = {}) {
+    ProgressLog log;
+    return denoise(log, image, noise, options);
+}
+
+TEST(Denoise, TakesNoiseOutOfTheScene) {
+    for (const std::int32_t fullQuality : {0, 1}) {
+        Options options;
+        options.fullQuality = fullQuality;
+        HostImage<std::uint8_t> eight(300, 280);
+        eight.fillNoisyScene(0.06);
+        const double before = eight.psnr();
+        ASSERT_EQ(denoise(eight, levelsOf(0.06f), options), 1);
+        EXPECT_GT(eight.psnr(), before + 5.0) << "8 bits, full quality " << fullQuality;
+        EXPECT_TRUE(eight.paddingIntact());
+
+        HostImage<std::uint16_t> sixteen(300, 280);
+        sixteen.fillNoisyScene(0.06);
+        ASSERT_EQ(denoise(sixteen, levelsOf(0.06f), options), 1);
+        EXPECT_GT(sixteen.psnr(), before + 5.0) << "16 bits, full quality " << fullQuality;
+        EXPECT_TRUE(sixteen.paddingIntact());
+    }
+}
+
+TEST(Denoise, TeamSizeLeavesTheResultAsItIs) {
+    HostImage<std::uint8_t> noisy(500, 420);
+    noisy.fillNoisyScene(0.05);
+    std::vector<double> results;
+    const int threads = omp_get_max_threads();
+    for (const int team : {1, 2, 4, 7}) {
+        omp_set_num_threads(team);
+        HostImage<std::uint8_t> image(noisy);
+        ASSERT_EQ(denoise(image, levelsOf(0.05f), everything), 1);
+        EXPECT_EQ(omp_get_max_threads(), team);
+        results.push_back(image.psnr());
+    }
+    omp_set_num_threads(threads);
+    const auto [lowest, highest] = std::ranges::minmax(results);
+    EXPECT_LT(highest - lowest, 0.1);
+}
+
+TEST(Denoise, WithNothingToDoOnlyConverts) {
+    HostImage<std::uint8_t> image(70, 3);
+    image.fillNoisyScene(0.1);
+    HostImage<std::uint8_t> before(image);
+    ProgressLog log;
+    ASSERT_EQ(denoise(log, image, levelsOf(0.0f)), 1);
+    EXPECT_EQ(log.reports, (std::vector<std::int32_t>{2, 1002, 100000, 100000}));
+    for (std::size_t i = 0; i < image.samples.size(); ++i)
+        ASSERT_NEAR(image.samples[i], before.samples[i], 1);
+
+    // Every strength that is negative or not a number counts as off.
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    for (const float off : {-1.0f, nan, -std::numeric_limits<float>::infinity()}) {
+        HostImage<std::uint8_t> again(before);
+        ProgressLog quiet;
+        ASSERT_EQ(
+            denoise(quiet, again, {off, off, off, off, off, off}, {off, off, -1, off, off, 0}), 1);
+        EXPECT_EQ(quiet.reports, log.reports);
+        EXPECT_EQ(again.samples, image.samples);
+    }
+}
+
+TEST(Denoise, ReportsTheSharesOfItsStages) {
+    HostImage<std::uint8_t> image(64, 64);
+    image.fillNoisyScene(0.05);
+    for (const int team : {1, 2, 4}) {
+        omp_set_num_threads(team);
+        ProgressLog log;
+        ASSERT_EQ(denoise(log, image, levelsOf(0.05f)), 1);
+        EXPECT_EQ(log.reports, (std::vector<std::int32_t>{2, 1002, 1003, 3490, 13438, 73126, 94166,
+                                                          100000, 100000, 100000, 100000, 100000}));
+        EXPECT_FALSE(log.otherThread);
+        EXPECT_EQ(log.record.total, 100000);
+    }
+    ProgressLog silent;
+    silent.record.userData = nullptr;
+    ASSERT_EQ(denoise(silent, image, levelsOf(0.05f)), 1);
+    EXPECT_TRUE(silent.reports.empty());
+    EXPECT_EQ(silent.record.done, 100000);
+}
+
+// A cancel at any report ends the call with 0 (but for the reports whose answer isn't asked for),
+// leaves the image alone until it is complete, and lets the next call run.
+TEST(Denoise, CancelsAtEveryReport) {
+    HostImage<std::uint8_t> noisy(150, 420);
+    noisy.fillNoisyScene(0.05);
+    ProgressLog whole;
+    HostImage<std::uint8_t> done(noisy);
+    ASSERT_EQ(denoise(whole, done, levelsOf(0.05f), everything), 1);
+    const std::size_t reports = whole.reports.size();
+    ASSERT_GT(reports, 12u);
+    for (std::size_t i = 0; i < reports; ++i) {
+        HostImage<std::uint8_t> image(noisy);
+        ProgressLog log;
+        log.cancelAt = i;
+        const bool asked = i != 0 && i != reports - 1;
+        EXPECT_EQ(denoise(log, image, levelsOf(0.05f), everything), asked ? 0 : 1) << i;
+        EXPECT_EQ(log.reports.size(), asked ? i + 1 : reports) << i;
+        EXPECT_EQ(image.samples == noisy.samples, asked && i + 2 < reports) << i;
+        EXPECT_TRUE(image.paddingIntact());
+    }
+}
+
+TEST(Denoise, TurnsASecondCallerAway) {
+    HostImage<std::uint8_t> image(64, 64), other(64, 64);
+    image.fillNoisyScene(0.05);
+    other.fillNoisyScene(0.05);
+    HostImage<std::uint8_t> untouched(other);
+    ProgressLog log;
+    log.during = [&] {
+        ProgressLog inner;
+        EXPECT_EQ(denoise(inner, other, levelsOf(0.05f)), 1);
+        EXPECT_TRUE(inner.reports.empty());
+        std::thread([&] { EXPECT_EQ(denoise(other, levelsOf(0.05f)), 1); }).join();
+        QxNoiseLevels levels;
+        EXPECT_EQ(qxKt7NoiseEst(&other.record, &levels), 0);
+    };
+    const HostImage<std::uint8_t> before(image);
+    ASSERT_EQ(denoise(log, image, levelsOf(0.05f)), 1);
+    EXPECT_NE(image.samples, before.samples);
+    EXPECT_EQ(other.samples, untouched.samples);
+}
+
+TEST(Denoise, RefusesWhatItCannotRead) {
+    HostImage<std::uint8_t> image(40, 30);
+    image.fillNoisyScene(0.05);
+    const HostImage<std::uint8_t> before(image);
+    const QxNoiseLevels levels = levelsOf(0.05f);
+    const auto result = [](QxProgress* progress, PSImage* record, const QxNoiseLevels* noise) {
+        return qxDenoiseKt7(progress, record, noise, 0.0f, 0.0f, 0, 0.0f, 0.0f, 0);
+    };
+    EXPECT_EQ(result(nullptr, &image.record, &levels), -1000);
+    const auto refused = [&](PSImage* record, const QxNoiseLevels* noise) {
+        ProgressLog log;
+        EXPECT_EQ(result(&log.record, record, noise), -1000);
+        EXPECT_EQ(log.reports, (std::vector<std::int32_t>{2, 100000}));
+        EXPECT_EQ(image.samples, before.samples);
+    };
+    refused(nullptr, &levels);
+    refused(&image.record, nullptr);
+    for (auto spoil : std::initializer_list<void (*)(PSImage&)>{
+             [](PSImage& r) { r.data = nullptr; }, [](PSImage& r) { r.width = 0; },
+             [](PSImage& r) { r.height = -4; }, [](PSImage& r) { r.rowBytes = 119; },
+             [](PSImage& r) { r.rowBytes = -240; }, [](PSImage& r) { r.format = 3; },
+             [](PSImage& r) { r.width = 2147483647; }}) {
+        PSImage record = image.record;
+        record.rowBytes = 120 + 7;
+        spoil(record);
+        refused(&record, &levels);
+    }
+    EXPECT_EQ(denoise(image, levels), 1);
+}
+
+TEST(Denoise, HoldsSixteenBitSamplesAtTheTop) {
+    HostImage<std::uint16_t> image(33, 21);
+    image.fill([](std::int32_t x, std::int32_t, std::int32_t) { return x < 16 ? 1.0 : 0.25; });
+    ProgressLog log;
+    log.cancelAt = 1;
+    ASSERT_EQ(denoise(log, image, levelsOf(0.02f)), 0);
+    EXPECT_EQ(image.at(3, 3, 0), 32767);
+    EXPECT_EQ(image.at(20, 3, 0), 8192);
+    EXPECT_TRUE(image.paddingIntact());
+}
+
+TEST(Denoise, SurvivesExtremeNumbers) {
+    HostImage<std::uint8_t> noisy(150, 130);
+    noisy.fillNoisyScene(0.05);
+    const float inf = std::numeric_limits<float>::infinity();
+    const float big = std::numeric_limits<float>::max();
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float tiny = std::numeric_limits<float>::denorm_min();
+    for (const float level : {inf, big, nan, tiny, 3e-6f, 1e4f}) {
+        for (const float strength : {0.0f, inf, big, nan, tiny}) {
+            HostImage<std::uint8_t> image(noisy);
+            EXPECT_EQ(denoise(image, levelsOf(level),
+                              {strength, strength, 2147483647, strength, strength, 0}),
+                      1)
+                << level << " " << strength;
+            EXPECT_TRUE(image.paddingIntact());
+        }
+        HostImage<std::uint8_t> image(noisy);
+        EXPECT_EQ(denoise(image, {0.02f, level, 0.02f, level, 0.02f, level}), 1) << level;
+    }
+}
+
+TEST(Denoise, HandlesOddShapes) {
+    struct Size {
+        std::int32_t width, height;
+    };
+    for (const Size size :
+         {Size{1, 1}, Size{1, 300}, Size{300, 1}, Size{159, 160}, Size{257, 149}, Size{7, 331}}) {
+        HostImage<std::uint8_t> image(size.width, size.height);
+        image.fill([](std::int32_t, std::int32_t, std::int32_t c) { return 0.3 + 0.1 * c; });
+        const HostImage<std::uint8_t> before(image);
+        ASSERT_EQ(denoise(image, levelsOf(0.03f), {0.01f, 0.3f, 2, 0.01f, 0.0f, 1}), 1);
+        for (std::size_t i = 0; i < image.samples.size(); ++i)
+            ASSERT_NEAR(image.samples[i], before.samples[i], 3) << size.width << "x" << size.height;
+    }
+}
+
+// Flat pictures come back flat, black and white ones at their end of the scale. All blocks of a
+// flat tile match equally well, those at the plane's border with their steep Laplacian too, so
+// single samples may be some steps off.
+TEST(Denoise, LeavesFlatPicturesFlat) {
+    for (const double grey : {0.0, 0.2, 0.5, 1.0}) {
+        HostImage<std::uint8_t> image(320, 170);
+        image.fill([&](std::int32_t, std::int32_t, std::int32_t) { return grey; });
+        const std::uint8_t value = image.at(0, 0, 0);
+        ASSERT_EQ(denoise(image, levelsOf(0.03f), {0.0f, 0.5f, 1, 0.03f, 0.0f, 1}), 1);
+        double off = 0.0;
+        for (std::int32_t y = 0; y < 170; ++y)
+            for (std::int32_t x = 0; x < 320; ++x)
+                for (std::int32_t c = 0; c < 3; ++c) {
+                    ASSERT_NEAR(image.at(x, y, c), value, 30);
+                    off += std::abs(image.at(x, y, c) - value);
+                }
+        EXPECT_LT(off / (320.0 * 170 * 3), 1.0) << grey;
+    }
+}
+
+// Whatever request fails, the result is one of the documented ones, the image is unwritten, and the
+// next call works.
+TEST(Denoise, SurvivesFailingAllocations) {
+    if (!canFailAllocations())
+        GTEST_SKIP() << "the sanitizer owns the allocator";
+    HostImage<std::uint8_t> noisy(64, 64);
+    noisy.fillNoisyScene(0.05);
+    const Options options{0.02f, 0.3f, 1, 0.02f, 0.004f, 1};
+    HostImage<std::uint8_t> image(noisy);
+    ASSERT_EQ(denoise(image, levelsOf(0.05f), options), 1);
+    const std::set<std::int32_t> documented = {-1000, -999, -898, -892, -885, -884};
+    const int threads = omp_get_max_threads();
+    for (const bool forever : {true, false}) {
+        std::set<std::int32_t> failures;
+        std::int64_t requests = 1;
+        // Every one of the first requests, then ever wider steps: most are alike.
+        for (std::int64_t n = 0; n < requests; n += n < 60 ? 1 : n / 12) {
+            image = HostImage<std::uint8_t>(noisy);
+            ProgressLog log;
+            log.reports.reserve(64);
+            std::int32_t result = 1;
+            {
+                const FailAllocations failing(n, forever);
+                result = denoise(log, image, levelsOf(0.05f), options);
+                requests = std::max(requests, FailAllocations::requests());
+            }
+            ASSERT_EQ(omp_get_max_threads(), threads);
+            if (result == 1) {
+                EXPECT_NE(image.samples, noisy.samples);
+                continue;
+            }
+            failures.insert(result);
+            ASSERT_TRUE(documented.contains(result)) << result << " at request " << n;
+            ASSERT_EQ(log.reports.back(), 100000);
+            ASSERT_EQ(image.samples, noisy.samples) << n;
+        }
+        if (forever) {
+            EXPECT_TRUE(failures.contains(-898));
+        }
+    }
+    image = HostImage<std::uint8_t>(noisy);
+    EXPECT_EQ(denoise(image, levelsOf(0.05f), options), 1);
+}
+
+// The call is a guest in the host's process.
+TEST(Denoise, LeavesTheHostsStateAlone) {
+    HostImage<std::uint8_t> image(64, 64);
+    image.fillNoisyScene(0.05);
+    const unsigned mode = __builtin_ia32_stmxcsr();
+    __builtin_ia32_ldmxcsr(0x1F80);
+    std::srand(42);
+    const int first = std::rand();
+    std::srand(42);
+    ASSERT_EQ(denoise(image, levelsOf(0.05f), everything), 1);
+    EXPECT_EQ(std::rand(), first);
+    EXPECT_EQ(__builtin_ia32_stmxcsr() & ~0x3Fu, 0x1F80u); // but for the sticky exception flags
+    __builtin_ia32_ldmxcsr(mode);
+}
+
+} // namespace
+} // namespace kt7::test

@@ -1,0 +1,24 @@
+// Makes requests for memory fail, for the whole process and everything it is linked with.
+#pragma once
+
+#include <cstdint>
+
+namespace kt7::test {
+
+/// False where the allocator can't be replaced (under the address sanitizer).
+bool canFailAllocations();
+
+/// While it lives, request number `first` fails (0 is the next one), and with `forever` all after
+/// it.
+class FailAllocations {
+  public:
+    FailAllocations(std::int64_t first, bool forever);
+    ~FailAllocations();
+    FailAllocations(const FailAllocations&) = delete;
+    FailAllocations& operator=(const FailAllocations&) = delete;
+
+    /// Requests seen so far.
+    static std::int64_t requests();
+};
+
+} // namespace kt7::test

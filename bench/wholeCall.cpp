@@ -1,0 +1,236 @@
+// End-to-end benchmark: whole calls through the shared library, the share of each stage, memory.
+//
+//   kt7_bench_call [--image PHOTO] [--megapixels 9] [--threads 2] [--repeat 3]
+//
+// The picture is the demo scene with sensor noise, or a photo repeated to the size asked for.
+#include <OpenImageIO/imageio.h>
+#include <sys/resource.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench/matchingFloor.h"
+#include "include/kt7lib/kt7lib.h"
+#include "qxutils/parallel.h"
+#include "tools/kt7/demoScene.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double secondsBetween(Clock::time_point from, Clock::time_point to) {
+    return std::chrono::duration<double>(to - from).count();
+}
+
+struct Picture {
+    std::int32_t width = 0;
+    std::int32_t height = 0;
+    std::vector<std::uint8_t> rgb;
+};
+
+Picture demoPicture(double megapixels) {
+    const double side = std::sqrt(megapixels * 1e6 / 1.5);
+    const kt7::DemoImage clean =
+        kt7::renderDemoScene(static_cast<int>(1.5 * side), static_cast<int>(side));
+    return {clean.width, clean.height, kt7::toRgb8(kt7::addSensorNoise(clean, {}))};
+}
+
+Picture repeatedPhoto(const std::string& path, double megapixels) {
+    const auto file = OIIO::ImageInput::open(path);
+    if (!file || file->spec().nchannels < 3)
+        throw std::runtime_error("can't read " + path + " as RGB");
+    const std::int32_t w = file->spec().width, h = file->spec().height;
+    std::vector<std::uint8_t> photo(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 3);
+    if (!file->read_image(0, 0, 0, 3, OIIO::TypeDesc::UINT8, photo.data()))
+        throw std::runtime_error("can't read " + path);
+    const double scale = std::sqrt(megapixels * 1e6 / (static_cast<double>(w) * h));
+    Picture picture{static_cast<std::int32_t>(w * scale), static_cast<std::int32_t>(h * scale), {}};
+    picture.rgb.resize(static_cast<std::size_t>(picture.width) *
+                       static_cast<std::size_t>(picture.height) * 3);
+    for (std::int32_t y = 0; y < picture.height; ++y)
+        for (std::int32_t x = 0; x < picture.width; ++x)
+            for (std::int32_t c = 0; c < 3; ++c)
+                picture.rgb[(static_cast<std::size_t>(y) * static_cast<std::size_t>(picture.width) +
+                             static_cast<std::size_t>(x)) *
+                                3 +
+                            static_cast<std::size_t>(c)] =
+                    photo[(static_cast<std::size_t>(y % h) * static_cast<std::size_t>(w) +
+                           static_cast<std::size_t>(x % w)) *
+                              3 +
+                          static_cast<std::size_t>(c)];
+    return picture;
+}
+
+// Peak resident memory since the last reset, in bytes.
+std::int64_t peakMemory() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("VmHWM:"))
+            return std::stoll(line.substr(6)) * 1024;
+    return 0;
+}
+
+void resetPeakMemory() {
+    std::ofstream("/proc/self/clear_refs") << "5";
+}
+
+double processorSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval& t) {
+        return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec);
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+// Attributes the time between two progress reports to the stage that the second one belongs to.
+struct StageClock {
+    QxProgress record{0, 0, &StageClock::call, this, 0};
+    Clock::time_point last = Clock::now();
+    std::map<std::string, double> seconds;
+    std::int32_t unit = 0;
+    std::int32_t previousBudget = 0;
+    bool denoiserDone = false;
+
+    static std::int32_t call(std::int32_t done, std::int32_t total, void* self) {
+        static_cast<StageClock*>(self)->report(done, total);
+        return 1;
+    }
+
+    void report(std::int32_t done, std::int32_t total) {
+        const Clock::time_point now = Clock::now();
+        seconds[stageOf(done, total)] += secondsBetween(last, now);
+        last = now;
+    }
+
+    std::string stageOf(std::int32_t done, std::int32_t total) {
+        if (done == 2)
+            return "0 entry";
+        if (done == 1002)
+            return "1 to planes";
+        if (done == 1003) {
+            unit = record.phaseBudget / 39;
+            return "2 pyramids";
+        }
+        if (unit == 0)
+            return "8 to pixels";
+        const std::int32_t share = record.phaseBudget / unit;
+        const bool again = share == 4 && (denoiserDone || previousBudget == 18);
+        denoiserDone |= again;
+        previousBudget = share;
+        if (done == total && again)
+            return "7 recompose, to pixels";
+        switch (share) {
+        case 1:
+            return "3 residual";
+        case 4:
+            return again ? "7 recompose, to pixels" : "4 layer 2";
+        case 12:
+            return "5 layer 1";
+        default:
+            return "6 layer 0";
+        }
+    }
+};
+
+struct Options {
+    float lumaSmooth = 0.0f, sharpen = 0.0f, chromaSmooth = 0.0f, grain = 0.0f;
+    std::int32_t chromaMedianMode = 0, fullQuality = 1;
+};
+
+double timeCall(const char* name, const Picture& picture, const QxNoiseLevels& noise,
+                const Options& options, int repeat, bool stages) {
+    std::vector<double> walls;
+    double megapixels = static_cast<double>(picture.width) * picture.height * 1e-6;
+    for (int i = 0; i < repeat; ++i) {
+        Picture work = picture;
+        PSImage image{1, work.rgb.data(), work.width * 3, work.width, work.height};
+        resetPeakMemory();
+        const std::int64_t before = peakMemory();
+        const double processorBefore = processorSeconds();
+        StageClock clock;
+        const Clock::time_point start = Clock::now();
+        const std::int32_t result = qxDenoiseKt7(
+            &clock.record, &image, &noise, options.lumaSmooth, options.sharpen,
+            options.chromaMedianMode, options.chromaSmooth, options.grain, options.fullQuality);
+        const double wall = secondsBetween(start, Clock::now());
+        if (result != 1)
+            throw std::runtime_error("qxDenoiseKt7 gave " + std::to_string(result));
+        walls.push_back(wall);
+        const double processor = processorSeconds() - processorBefore;
+        std::printf(
+            "%-22s %7.2f s  %6.3f s/MP  processor %7.2f s  %5.1f bytes/pixel beyond the image\n",
+            name, wall, wall / megapixels, processor,
+            static_cast<double>(peakMemory() - before) / (megapixels * 1e6));
+        if (stages && i == repeat - 1)
+            for (const auto& [stage, seconds] : clock.seconds)
+                std::printf("    %-24s %7.2f s  %5.1f %%\n", stage.c_str() + 2, seconds,
+                            100.0 * seconds / wall);
+        std::fflush(stdout);
+    }
+    std::ranges::sort(walls);
+    return walls[walls.size() / 2];
+}
+
+} // namespace
+
+int main(int argc, char** argv) try {
+    CLI::App app{"End-to-end benchmark of the denoise call"};
+    std::string imagePath;
+    double megapixels = 9.0;
+    int threads = kt7::maxThreads();
+    int repeat = 1;
+    bool noFloor = false;
+    app.add_option("--image", imagePath,
+                   "photo to repeat to the size; the demo scene when left out");
+    app.add_option("--megapixels", megapixels, "size of the picture");
+    app.add_option("--threads", threads, "threads of the team");
+    app.add_option("--repeat", repeat, "runs of each call; the median counts");
+    app.add_flag("--no-floor", noFloor, "leave the matching floor out");
+    CLI11_PARSE(app, argc, argv);
+
+    kt7::setMaxThreads(threads);
+    const Picture picture =
+        imagePath.empty() ? demoPicture(megapixels) : repeatedPhoto(imagePath, megapixels);
+    std::printf("%d x %d pixels, %d threads\n", picture.width, picture.height, threads);
+
+    QxNoiseLevels noise{};
+    PSImage image{1, const_cast<std::uint8_t*>(picture.rgb.data()), picture.width * 3,
+                  picture.width, picture.height};
+    const Clock::time_point start = Clock::now();
+    qxKt7NoiseEst(&image, &noise);
+    const double estimate = secondsBetween(start, Clock::now());
+    std::printf("%-22s %7.3f s\n", "estimate", estimate);
+    for (float* level : {&noise.lumaMid, &noise.lumaLow, &noise.lumaHigh})
+        *level *= 2.5f;
+    for (float* level : {&noise.chromaU, &noise.chromaV})
+        *level *= 4.0f;
+
+    const double full = timeCall("full quality", picture, noise, {}, repeat, true);
+    const double fast = timeCall("fast", picture, noise, {0, 0, 0, 0, 0, 0}, repeat, true);
+    const double all = timeCall("full, all stages", picture, noise,
+                                {0.03f, 0.5f, 0.03f, 0.01f, 1, 1}, repeat, false);
+    std::printf("estimate / fast call %.4f\n", estimate / fast);
+    if (!noFloor) {
+        const double fullFloor = kt7::bench::matchingFloor(picture.rgb.data(), picture.width,
+                                                           picture.height, noise, false);
+        const double fastFloor = kt7::bench::matchingFloor(picture.rgb.data(), picture.width,
+                                                           picture.height, noise, true);
+        std::printf("matching floor: full %.2f s, fast %.2f s\n", fullFloor, fastFloor);
+        std::printf("call / floor: full %.3f, fast %.3f, all stages %.3f\n", full / fullFloor,
+                    fast / fastFloor, all / fullFloor);
+    }
+    return 0;
+} catch (const std::exception& e) {
+    std::fprintf(stderr, "kt7_bench_call: %s\n", e.what());
+    return 1;
+}

@@ -7,6 +7,7 @@
 #include "pmdll/src/exports.h"
 #include "prim/threshold.h"
 #include "qxenhlib/Denoise3DCT.h"
+#include "qxenhlib/sharpenStage.h"
 #include "qxutils/NoiseNormalize.h"
 #include "qxutils/floatMode.h"
 #include "qxutils/qxbase/IMG.h"
@@ -23,6 +24,7 @@ using Plane = GIMG<std::int16_t>;
 constexpr std::int32_t mostThreads = 4;
 constexpr std::int32_t conversionShare = 1000;
 constexpr std::int32_t denoiserShare = 97000;
+constexpr float sharpenThreshold = 0.01f;
 constexpr float stageThreshold = 1e-5f; // noise and smoothing at or below it need no denoiser
 constexpr float curveClipFactor = 0.95f;
 
@@ -125,6 +127,11 @@ std::int32_t denoise(QxProgress& progress, PSImage* hostImage, const QxNoiseLeve
 
         if (!denoisePlanes(progress, planes, noise, gain, settings))
             return 0;
+        if (settings.sharpen > sharpenThreshold) {
+            sharpenLuma(lumaPlane, settings.sharpen);
+            if (qxProgressAdvance(&progress, progressTotal) == 0)
+                return 0;
+        }
 
         writeBack(planes, image, tables);
         if (qxProgressAdvance(&progress, progressTotal) == 0)

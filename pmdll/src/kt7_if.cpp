@@ -7,6 +7,8 @@
 #include "pmdll/src/exports.h"
 #include "prim/threshold.h"
 #include "qxenhlib/Denoise3DCT.h"
+#include "qxenhlib/chromaMedian.h"
+#include "qxenhlib/grainStage.h"
 #include "qxenhlib/sharpenStage.h"
 #include "qxutils/NoiseNormalize.h"
 #include "qxutils/floatMode.h"
@@ -25,6 +27,7 @@ constexpr std::int32_t mostThreads = 4;
 constexpr std::int32_t conversionShare = 1000;
 constexpr std::int32_t denoiserShare = 97000;
 constexpr float sharpenThreshold = 0.01f;
+constexpr float grainThreshold = 1e-5f;
 constexpr float stageThreshold = 1e-5f; // noise and smoothing at or below it need no denoiser
 constexpr float curveClipFactor = 0.95f;
 
@@ -125,6 +128,10 @@ std::int32_t denoise(QxProgress& progress, PSImage* hostImage, const QxNoiseLeve
         if (qxProgressAdvance(&progress, conversionShare) == 0)
             return 0;
 
+        if (settings.chromaMedianMode > 0) {
+            chromaMedian(uPlane, settings.chromaMedianMode);
+            chromaMedian(vPlane, settings.chromaMedianMode);
+        }
         if (!denoisePlanes(progress, planes, noise, gain, settings))
             return 0;
         if (settings.sharpen > sharpenThreshold) {
@@ -132,6 +139,8 @@ std::int32_t denoise(QxProgress& progress, PSImage* hostImage, const QxNoiseLeve
             if (qxProgressAdvance(&progress, progressTotal) == 0)
                 return 0;
         }
+        if (settings.grain > grainThreshold)
+            addGrain(lumaPlane, settings.grain);
 
         writeBack(planes, image, tables);
         if (qxProgressAdvance(&progress, progressTotal) == 0)

@@ -109,15 +109,6 @@ TEST(NoiseBandEstimator, AgreesWithASlowReference) {
     selectKernels(CpuTarget::generic);
 }
 
-// The flattest pixels of strong noise have less of it than the rest.
-TEST(NoiseBandEstimator, WhiteNoiseIsMeasured) {
-    Plane plane(400, 300);
-    for (const double sigma : {0.002, 0.01, 0.05}) {
-        fillNoisyRamp(plane, 0.2, 0.8, [=](double) { return sigma; });
-        EXPECT_NEAR(NoiseBandEstimator(0.1f, 0.15f, 0.85f).estimate(plane), sigma, 0.1 * sigma);
-    }
-}
-
 TEST(NoiseBandEstimator, FlatPlanesUseEveryPixelInBand) {
     Plane plane(40, 30);
     for (const float level : {0.15f, 0.5f, 0.86f}) {
@@ -126,9 +117,6 @@ TEST(NoiseBandEstimator, FlatPlanesUseEveryPixelInBand) {
         EXPECT_EQ(estimator.estimate(plane), 0.0f);
         EXPECT_EQ(estimator.sampleCount, level < 0.85f ? 36.0f * 26.0f : 0.0f);
     }
-    Plane tiny(4, 40);
-    fill(tiny, [](std::int32_t, std::int32_t) { return 0.5f; });
-    EXPECT_EQ(NoiseBandEstimator(0.1f, 0.15f, 0.85f).estimate(tiny), 0.0f);
 }
 
 // A long sum of small responses keeps its digits.

@@ -53,17 +53,6 @@ TEST(RandGauss, PairsRunOnAcrossRowEnds) {
     EXPECT_EQ(rows[8], 0) << "behind the row";
 }
 
-TEST(RandGauss, SeedMovesOnAndArgumentsAreChecked) {
-    std::int16_t plane[64] = {};
-    std::uint32_t seed = 5;
-    EXPECT_EQ(primAddRandGauss16sC1I(plane, 128, {64, 1}, 0, 100, &seed), primOk);
-    EXPECT_NE(seed, 5u);
-    EXPECT_NE(noise({64, 1}, 64, 0, 0, 100, seed), noise({64, 1}, 64, 0, 0, 100, 5));
-    EXPECT_EQ(primAddRandGauss16sC1I(nullptr, 128, {64, 1}, 0, 100, &seed), primNullPtr);
-    EXPECT_EQ(primAddRandGauss16sC1I(plane, 128, {64, 1}, 0, 100, nullptr), primNullPtr);
-    EXPECT_EQ(primAddRandGauss16sC1I(plane, 128, {64, 0}, 0, 100, &seed), primBadSize);
-}
-
 TEST(RandGauss, MeanShiftsAndSumsSaturate) {
     const auto shifted = noise({100, 1}, 100, 20000, -30000, 0, 3);
     EXPECT_EQ(shifted, std::vector<std::int16_t>(100, -10000));

@@ -28,6 +28,7 @@ class RgbYuv : public testing::Test {
     NoiseNormalize identity, curve;
     const NoiseNormalize* plain[3] = {&identity, &identity, &identity};
     const NoiseNormalize* curved[3] = {&curve, &curve, &curve};
+    const NoiseNormalize* redOnly[3] = {&curve, &identity, &identity};
 
     void SetUp() override {
         identity.setup(0.0f, 0.0f, 0.0f, 0.95f);
@@ -35,14 +36,6 @@ class RgbYuv : public testing::Test {
     }
     void TearDown() override { selectKernels(CpuTarget::generic); }
 };
-
-std::vector<CpuTarget> targetsHere() {
-    std::vector<CpuTarget> targets;
-    for (const CpuTarget t : {CpuTarget::generic, CpuTarget::avx2, CpuTarget::avx512})
-        if (t <= bestCpuTarget())
-            targets.push_back(t);
-    return targets;
-}
 
 template <class T>
 std::vector<T> randomImage(std::size_t samples, int most) {
@@ -87,7 +80,13 @@ TEST_F(RgbYuv, ImageStandsInTheMiddleWithItsEdgesReplicated) {
     std::vector<std::uint8_t> back(rgb.size(), 0xA5);
     EXPECT_EQ(qxYUVToRGB(p.read, back.data(), rowSamples, width, height, curved), 1);
     EXPECT_EQ(back[3 * width], 0xA5);
-    EXPECT_EQ(back[rowSamples + 3 * width + 1], 0xA5);
+    // Each channel goes through its own table: only what red reaches differs, and it reaches all.
+    Planes mixed(width, height), same(width, height);
+    qxRGBToYUV(rgb.data(), rowSamples, width, height, mixed.written, redOnly);
+    qxRGBToYUV(rgb.data(), rowSamples, width, height, same.written, plain);
+    const double red = (*mixed.v.at(1, 1) - *same.v.at(1, 1)) / (0.701 * 0.877);
+    EXPECT_NEAR(red, curve.fwd[rgb[rowSamples + 3] * 128] - rgb[rowSamples + 3] * 128, 4);
+    EXPECT_NEAR(*mixed.u.at(1, 1) - *same.u.at(1, 1), -0.299 * 0.492 * red, 3);
     // Planes smaller than the image take what fits.
     Planes small(2, 2);
     qxRGBToYUV(rgb.data(), rowSamples, width, height, small.written, curved);
@@ -111,30 +110,6 @@ TEST_F(RgbYuv, GreysAreNeutralAndComeBack) {
     Planes white(1, 1); // 255 stands for 32640, not for the table's end
     qxRGBToYUV(rgb.data() + 765, 3, 1, 1, white.written, curved);
     EXPECT_NEAR(*white.y.at(0, 0), curve.fwd[32640], 1);
-}
-
-TEST_F(RgbYuv, RoundTripOfColours) {
-    constexpr std::int32_t width = 613, height = 5;
-    const auto rgb = randomImage<std::uint16_t>(std::size_t{width} * height * 3, 32767);
-    std::vector<std::uint16_t> back(rgb.size());
-    Planes p(width + 9, height + 4);
-    qxRGBToYUV(rgb.data(), width * 6, width, height, p.written, plain);
-    qxYUVToRGB(p.read, back.data(), width * 6, width, height, plain);
-    // The matrices are inverse to about one part in a thousand.
-    for (std::size_t i = 0; i < rgb.size(); ++i)
-        ASSERT_NEAR(back[i], rgb[i], 40) << i;
-}
-
-TEST_F(RgbYuv, EachChannelHasItsOwnTable) {
-    const NoiseNormalize* const redOnly[3] = {&curve, &identity, &identity};
-    const std::uint16_t rgb[3] = {9000, 9000, 9000};
-    Planes p(1, 1), q(1, 1);
-    qxRGBToYUV(rgb, 6, 1, 1, p.written, redOnly);
-    const auto curvedRed = static_cast<std::uint16_t>(curve.fwd[9000]);
-    const std::uint16_t direct[3] = {curvedRed, 9000, 9000};
-    qxRGBToYUV(direct, 6, 1, 1, q.written, plain);
-    for (int c = 0; c < 3; ++c)
-        EXPECT_EQ(*p.read[c]->at(0, 0), *q.read[c]->at(0, 0));
 }
 
 TEST_F(RgbYuv, BackwardHoldsAndTruncates) {
@@ -163,40 +138,30 @@ TEST_F(RgbYuv, BackwardHoldsAndTruncates) {
 }
 
 TEST_F(RgbYuv, AllTargetsGiveTheSameBits) {
-    constexpr std::int32_t most = 1100;
-    const auto words = randomImage<std::uint16_t>(most * 3, 65535);
-    const auto bytes = randomImage<std::uint8_t>(most * 3, 255);
-    for (const CpuTarget target : targetsHere())
-        for (const std::int32_t width : {1, 7, 8, 9, 31, 32, 33, 511, 512, 513, most}) {
-            Planes expected(width, 2), actual(width, 2);
-            std::vector<std::uint16_t> rgb[2];
-            std::vector<std::uint8_t> rgb8[2];
-            for (const bool reference : {true, false}) {
-                selectKernels(reference ? CpuTarget::generic : target);
-                Planes& p = reference ? expected : actual;
-                Plane firstY(width, 1, p.y.data, p.y.stepBytes),
-                    firstU(width, 1, p.u.data, p.u.stepBytes),
-                    firstV(width, 1, p.v.data, p.v.stepBytes);
-                Plane* const first[3] = {&firstY, &firstU, &firstV};
-                Plane secondY(width, 1, p.y.at(0, 1), p.y.stepBytes),
-                    secondU(width, 1, p.u.at(0, 1), p.u.stepBytes),
-                    secondV(width, 1, p.v.at(0, 1), p.v.stepBytes);
-                Plane* const second[3] = {&secondY, &secondU, &secondV};
-                qxRGBToYUV(words.data(), width * 6, width, 1, first, curved);
-                qxRGBToYUV(bytes.data(), width * 3, width, 1, second, curved);
-                rgb[reference].resize(static_cast<std::size_t>(width) * 6);
-                rgb8[reference].resize(static_cast<std::size_t>(width) * 6);
-                qxYUVToRGB(p.read, rgb[reference].data(), width * 6, width, 2, curved);
-                qxYUVToRGB(p.read, rgb8[reference].data(), width * 3, width, 2, curved);
+    const auto words = randomImage<std::uint16_t>(3 * 1100, 65535);
+    const auto bytes = randomImage<std::uint8_t>(3 * 1100, 255);
+    const auto converted = [&](CpuTarget target, std::int32_t width) {
+        selectKernels(target);
+        Planes p(width, 1);
+        std::vector<std::int16_t> all;
+        const auto keep = [&] {
+            for (const Plane* plane : p.read)
+                all.insert(all.end(), plane->row(0).begin(), plane->row(0).end());
+            std::vector<std::uint16_t> rgb(static_cast<std::size_t>(width) * 3);
+            qxYUVToRGB(p.read, rgb.data(), width * 6, width, 1, curved);
+            all.insert(all.end(), rgb.begin(), rgb.end());
+        };
+        qxRGBToYUV(words.data(), width * 6, width, 1, p.written, curved);
+        keep();
+        qxRGBToYUV(bytes.data(), width * 3, width, 1, p.written, redOnly);
+        keep();
+        return all;
+    };
+    for (const std::int32_t width : {1, 7, 8, 9, 31, 32, 33, 511, 512, 513, 1100})
+        for (const CpuTarget target : {CpuTarget::avx2, CpuTarget::avx512})
+            if (target <= bestCpuTarget()) {
+                EXPECT_EQ(converted(target, width), converted(CpuTarget::generic, width)) << width;
             }
-            for (int c = 0; c < 3; ++c)
-                for (std::int32_t y = 0; y < 2; ++y)
-                    ASSERT_TRUE(
-                        std::ranges::equal(expected.read[c]->row(y), actual.read[c]->row(y)))
-                        << width << " plane " << c;
-            ASSERT_EQ(rgb[0], rgb[1]) << width;
-            ASSERT_EQ(rgb8[0], rgb8[1]) << width;
-        }
 }
 
 // Rows so far apart that offsets pass 2 GiB; the untouched space between them costs no memory.

@@ -337,6 +337,9 @@ class ImBMAnn::Forest {
         index_->buildIndex();
     }
 
+    /// All candidates as the leaves of the last tree list them.
+    const std::vector<int>& leafOrder() const { return memory_.order; }
+
     void drop() noexcept { index_.reset(); }
 
     void search(const float* query, std::int32_t checks, std::int32_t* matches, float* distances) {
@@ -406,14 +409,17 @@ void ImBMAnn::growForest() {
 }
 
 void ImBMAnn::search(ImBMResult& result) {
-    for (std::int32_t qy = 0; qy < result.queryY; ++qy)
-        for (std::int32_t qx = 0; qx < result.queryX; ++qx) {
-            const std::ptrdiff_t query = std::ptrdiff_t{qy} * result.queryX + qx;
-            const std::ptrdiff_t candidate = std::ptrdiff_t{qy} * step_ * candX_ + qx * step_;
-            forest_->search(features_.get() + featureSize * candidate, checks_,
-                            result.matchIdx.get() + query * result.numMatches,
-                            result.matchDist.get() + query * result.numMatches);
-        }
+    // In the order of a tree's leaves: a query takes nearly the way of the one before, through
+    // nodes and features that are still in the cache.
+    for (const int candidate : forest_->leafOrder()) {
+        const std::int32_t y = candidate / candX_, x = candidate - y * candX_;
+        if (x % step_ != 0 || y % step_ != 0)
+            continue;
+        const std::ptrdiff_t first =
+            (std::ptrdiff_t{y / step_} * result.queryX + x / step_) * result.numMatches;
+        forest_->search(features_.get() + std::ptrdiff_t{featureSize} * candidate, checks_,
+                        result.matchIdx.get() + first, result.matchDist.get() + first);
+    }
 }
 
 void ImBMAnn::dropForest() noexcept {

@@ -60,6 +60,79 @@ int32_t qxDenoiseKt7(QxProgress* progress, PSImage* image, const QxNoiseLevels* 
  * 102 or std::bad_alloc. */
 int32_t qxKt7NoiseEst(PSImage* image, QxNoiseLevels* levels);
 
+/* Makes a screen buffer of an image, at the same scale or resized.
+ *
+ * image    read only. Formats 1 and 5 are read as 8-bit RGB, 3 and 6 as 16-bit RGB on the scale
+ *          0..32768, all with 3 samples a pixel.
+ * dst      dstHeight rows of dstWidth pixels of 4 bytes in the order B, G, R, A, dstStep bytes apart;
+ *          A becomes 255. 16-bit samples are divided by 128 and held at 255.
+ * dstStep  at least 4 * dstWidth
+ * factor   scale of the result. From 0.99 to 1.01, or not a number: no resampling, and pixels of dst
+ *          beyond the image stay as they were. Otherwise the image is resized by linear interpolation
+ *          so that its corner pixels stay corner pixels; pixels of dst beyond the resized image become
+ *          opaque black, which is all of dst for a factor of 0 or below. Below about 0.5 linear
+ *          interpolation skips pixels, so fine texture can alias. dstWidth and dstHeight should be the
+ *          image's sides times factor, rounded down.
+ *
+ * Returns 1 when done; -3, with nothing written, when the format does not have 3 channels; -1001 when
+ * memory runs out, or, with nothing written, for a null pointer, a side below 1, or a rowBytes or
+ * dstStep too small for the row. */
+int32_t PSImage2QImage(const PSImage* image, uint8_t* dst, int32_t dstStep, int32_t dstWidth,
+                       int32_t dstHeight, float factor);
+
+/* Makes a screen buffer as PSImage2QImage does, then takes all of it from the colours of the image to
+ * those of the screen, relative colorimetric. A keeps its value.
+ *
+ * profiles  two ICC profiles of RGB devices; one that is missing (null, or a size below 1) stands for
+ *           sRGB. With both pointers null, or both sizes below 1, the colours stay as they are.
+ *
+ * Returns 1 when done; 0 when a profile or the transform between them can't be made, with the screen
+ * buffer in the colours of the image; -3 and -1001 as PSImage2QImage; -500 when memory runs out in the
+ * colour step. */
+int32_t PSImageICC2QImage(const QxIccProfiles* profiles, const PSImage* image, uint8_t* dst,
+                          int32_t dstStep, int32_t dstWidth, int32_t dstHeight, float factor);
+
+/* Take a plane from 8 bits to the 16-bit scale 0..32768, as (v + 1) * 128, and back, as
+ * (v - 128) / 128 to the nearest integer, ties to even, held within 0..255. Steps are in bytes. The
+ * planes must not overlap.
+ *
+ * Return 1 when done; -1001, with nothing written, for a null pointer, a side below 1 or a step too
+ * small for the row. */
+int32_t psC1U8toU15(const uint8_t* src, int32_t srcStep, int32_t width, int32_t height,
+                    uint16_t* dst, int32_t dstStep);
+int32_t psC1U15toU8(const uint16_t* src, int32_t srcStep, int32_t width, int32_t height,
+                    uint8_t* dst, int32_t dstStep);
+
+/* Auto levels: rewrite an 8-bit RGB preview in place to show one aspect of it, brightened or stretched
+ * towards a target level. rgb: height rows of width pixels of 3 bytes, rowBytes apart.
+ *
+ * qxPreviewAutoLevel multiplies all samples by one factor, a multiple of 1/8 and at most 31.25, so that
+ * the largest of the three channel means comes near `target` (0..255). It never darkens.
+ *
+ * The other three take a view first. A `target` of 1 or less leaves its level as it is; above that, a
+ * grey view of R, G, B or luma is brightened as qxPreviewAutoLevel does, and a view of colour
+ * differences is stretched round 128, by at most 15, so that its mean excursion comes near `target`.
+ *
+ *   mode                    0          1          2            3           4
+ *   qxRGBAutoLevel          all of it  grey of R  grey of G    grey of B
+ *   qxRGB2YCbCrAutoLevel    all of it  grey of Y  Cb with Cr   grey of Cb  grey of Cr
+ *   qxRGB2GDbDrAutoLevel    all of it  grey of G  Db with Dr   grey of Db  grey of Dr
+ *
+ * Y, Cb and Cr are those of ITU-R BT.601 in studio range; Db = (B - G) / 2 + 128 and
+ * Dr = (R - G) / 2 + 128. Mode 2 shows two differences as colours of one brightness: the RGB of
+ * Y = 128 with the differences as Cb and Cr. "all of it" is brightened for a target above 1.
+ *
+ * Return 1 when done; 0, with nothing written, for an unknown mode, a null pointer, a side below 1 or a
+ * rowBytes too small for the row. */
+int32_t qxPreviewAutoLevel(uint8_t* rgb, int32_t rowBytes, int32_t width, int32_t height,
+                           float target);
+int32_t qxRGBAutoLevel(uint8_t* rgb, int32_t rowBytes, int32_t width, int32_t height, int32_t mode,
+                       int32_t target);
+int32_t qxRGB2YCbCrAutoLevel(uint8_t* rgb, int32_t rowBytes, int32_t width, int32_t height,
+                             int32_t mode, int32_t target);
+int32_t qxRGB2GDbDrAutoLevel(uint8_t* rgb, int32_t rowBytes, int32_t width, int32_t height,
+                             int32_t mode, int32_t target);
+
 /* Does nothing and returns 0, whatever it is given. */
 int32_t qxSetupLib(int32_t mode);
 

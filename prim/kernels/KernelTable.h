@@ -88,6 +88,45 @@ struct NoiseKernels {
 };
 KT7_DECLARE_KERNELS(NoiseKernels, noiseKernels);
 
+/// Where an output pixel of a resize lies along one axis: between source pixels `index` and
+/// `index` + 1, whose weights add up to 16384. With a zero `far` weight the second is not used.
+struct ResizeTap {
+    std::int32_t index;
+    std::int16_t near, far;
+};
+
+/// Exact rows of the previews. n counts pixels. Screen pixels are B, G, R, A; 16-bit samples are
+/// divided by 128 and held at 255 on the way there.
+struct PreviewKernels {
+    /// With A = 255. `streamed` writes past the cache, for images that it can't hold anyway.
+    void (*toScreen8)(const std::uint8_t* rgb, std::uint8_t* bgra, std::int32_t n, bool streamed);
+    void (*toScreen16)(const std::uint16_t* rgb, std::uint8_t* bgra, std::int32_t n, bool streamed);
+    void (*fromScreen)(const std::uint8_t* bgra, std::uint8_t* rgb, std::int32_t n);
+    /// A stays.
+    void (*intoScreen)(const std::uint8_t* rgb, std::uint8_t* bgra, std::int32_t n);
+    /// Linear interpolation along a row: 64 times the sample, rounded. Both source pixels of a tap
+    /// are read.
+    void (*resample8)(const std::uint8_t* src, const ResizeTap* taps, std::int16_t* dst,
+                      std::int32_t n);
+    /// The same to the 4 samples of screen pixels.
+    void (*resampleScreen8)(const std::uint8_t* rgb, const ResizeTap* taps, std::int16_t* bgra,
+                            std::int32_t n);
+    void (*resampleScreen16)(const std::uint16_t* rgb, const ResizeTap* taps, std::int16_t* bgra,
+                             std::int32_t n);
+    /// Linear interpolation between two rows of n resampled values.
+    void (*blendRows)(const std::int16_t* nearRow, const std::int16_t* farRow, ResizeTap tap,
+                      std::uint8_t* dst, std::int32_t n);
+    void (*toYCbCr)(const std::uint8_t* rgb, std::uint8_t* y, std::uint8_t* cb, std::uint8_t* cr,
+                    std::int32_t n);
+    void (*fromYCbCr)(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
+                      std::uint8_t* rgb, std::int32_t n);
+    /// G, (B - G) / 2 + 128 and (R - G) / 2 + 128, the divisions truncating.
+    void (*toGDbDr)(const std::uint8_t* rgb, std::uint8_t* g, std::uint8_t* db, std::uint8_t* dr,
+                    std::int32_t n);
+    void (*fromGrey)(const std::uint8_t* grey, std::uint8_t* rgb, std::int32_t n);
+};
+KT7_DECLARE_KERNELS(PreviewKernels, previewKernels);
+
 /// Exact row steps of the 16-bit Laplacian pyramid.
 struct PyramidKernels {
     /// One row of the half-size low-pass image from five rows of `width` samples. scratch: at least
@@ -268,9 +307,9 @@ struct GroupKernels {
     void (*cubeInverse)(float* cube);
     void (*dct4x4)(float* block);
     void (*filterGroups)(const GroupFilterJob& job);
-    /// image = (floor * image + sums) / (floor + weight), where a pixel's weight is the sum over the
-    /// candidates that cover it: 8 rows of `weights`, of n + 7 samples each, which begin with the
-    /// candidate whose last pixel is the first of the row. scratch: n + 7 floats.
+    /// image = (floor * image + sums) / (floor + weight), where a pixel's weight is the sum over
+    /// the candidates that cover it: 8 rows of `weights`, of n + 7 samples each, which begin with
+    /// the candidate whose last pixel is the first of the row. scratch: n + 7 floats.
     void (*normaliseRow)(const float* weights, std::ptrdiff_t weightsStride, const float* sums,
                          float floor, float* scratch, float* image, std::int32_t n);
     /// 16 floats for each of n candidates in a row. Reads 4 rows of means, every second one, up to

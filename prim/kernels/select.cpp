@@ -22,6 +22,7 @@ constinit const NeighbourKernels* neighbourKernels = &neighbourKernels_generic;
 constinit const ColourKernels* colourKernels = &colourKernels_generic;
 constinit const DeconvKernels* deconvKernels = &deconvKernels_generic;
 constinit const NoiseKernels* noiseKernels = &noiseKernels_generic;
+constinit const PreviewKernels* previewKernels = &previewKernels_generic;
 constinit const PyramidKernels* pyramidKernels = &pyramidKernels_generic;
 constinit const ScaledKernels* scaledKernels = &scaledKernels_generic;
 constinit const ThresholdKernels* thresholdKernels = &thresholdKernels_generic;
@@ -50,6 +51,7 @@ void selectKernels([[maybe_unused]] CpuTarget target) noexcept {
     KT7_SELECT(colourKernels);
     KT7_SELECT(deconvKernels);
     KT7_SELECT(noiseKernels);
+    KT7_SELECT(previewKernels);
     KT7_SELECT(pyramidKernels);
     KT7_SELECT(scaledKernels);
     KT7_SELECT(thresholdKernels);

@@ -1,0 +1,376 @@
+// Screen buffers and scale conversions through the library as a host loads it.
+#include <gtest/gtest.h>
+#include <lcms2.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "include/kt7lib/kt7lib.h"
+#include "tests/support/failingAllocator.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// Random samples of any format, the extremes among them, in rows with padding.
+struct Image {
+    Image(std::int32_t format, std::int32_t width, std::int32_t height)
+        : deep(format == 3 || format == 6) {
+        std::mt19937 random(1);
+        const std::uint16_t extremes[] = {0, 127, 128, 255, 256, 32767, 32768, 65535};
+        const auto rowSamples = static_cast<std::size_t>(3 * width + 5);
+        for (std::size_t i = 0; i < rowSamples * static_cast<std::size_t>(height); ++i) {
+            const auto v =
+                static_cast<std::uint16_t>(i % 3 ? random() % 32769 : extremes[random() % 8]);
+            samples16.push_back(v);
+            samples8.push_back(static_cast<std::uint8_t>(v >> 5));
+        }
+        host = {format, deep ? static_cast<void*>(samples16.data()) : samples8.data(),
+                static_cast<std::int32_t>(rowSamples * (deep ? 2 : 1)), width, height};
+    }
+    /// Channel c on the screen's scale.
+    int at(std::int32_t x, std::int32_t y, int c) const {
+        const auto i = static_cast<std::size_t>(y * (3 * host.width + 5) + 3 * x + c);
+        return deep ? std::min(samples16[i] / 128, 255) : samples8[i];
+    }
+    bool deep;
+    std::vector<std::uint16_t> samples16;
+    Bytes samples8;
+    PSImage host;
+};
+
+constexpr std::uint8_t untouched = 0xab;
+
+/// Screen buffer with padding behind each row and before the first pixel.
+struct Screen {
+    Screen(std::int32_t w, std::int32_t h, std::int32_t offset = 0)
+        : width(w), height(h), first(offset), step(4 * w + 7),
+          bytes(static_cast<std::size_t>(offset + step * h), untouched) {}
+    std::uint8_t* data() { return bytes.data() + first; }
+    /// Channel 0..3 is R, G, B, A.
+    int at(std::int32_t x, std::int32_t y, int c) const {
+        const int order[4] = {2, 1, 0, 3};
+        return bytes[static_cast<std::size_t>(first + y * step + 4 * x + order[c])];
+    }
+    std::int32_t show(const PSImage& image, float factor = 1.0f) {
+        return PSImage2QImage(&image, data(), step, width, height, factor);
+    }
+    std::int32_t show(const QxIccProfiles& profiles, const PSImage& image) {
+        return PSImageICC2QImage(&profiles, &image, data(), step, width, height, 1.0f);
+    }
+    bool paddingSurvives() const {
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            const auto inRow = (static_cast<std::int32_t>(i) - first) % step;
+            if ((static_cast<std::int32_t>(i) < first || inRow >= 4 * width) &&
+                bytes[i] != untouched)
+                return false;
+        }
+        return true;
+    }
+    std::int32_t width, height, first, step;
+    Bytes bytes;
+};
+
+TEST(ScreenBuffer, SameScaleCopiesTheCommonPart) {
+    struct Case {
+        std::int32_t format, width, height, screenWidth, screenHeight, offset;
+    };
+    // The last three are stored past the cache, at different alignments.
+    for (const Case& c : {Case{5, 1, 1, 1, 1, 0}, Case{1, 7, 3, 9, 5, 0}, Case{6, 40, 4, 33, 2, 3},
+                          Case{1, 2100, 2100, 2100, 2100, 0}, Case{3, 2100, 2100, 2100, 2100, 4},
+                          Case{1, 2100, 2100, 2101, 2102, 1}}) {
+        const Image image(c.format, c.width, c.height);
+        Screen screen(c.screenWidth, c.screenHeight, c.offset);
+        ASSERT_EQ(1, screen.show(image.host, c.format == 1 ? 0.99f : 1.01f));
+        EXPECT_TRUE(screen.paddingSurvives());
+        int faults = 0;
+        for (std::int32_t y = 0; y < c.screenHeight; ++y)
+            for (std::int32_t x = 0; x < c.screenWidth; ++x)
+                for (int k = 0; k < 4; ++k) {
+                    const bool inside = x < c.width && y < c.height;
+                    const int expected = !inside ? untouched : k == 3 ? 255 : image.at(x, y, k);
+                    faults += expected != screen.at(x, y, k);
+                }
+        EXPECT_EQ(0, faults) << c.format << ' ' << c.width;
+    }
+}
+
+TEST(ScreenBuffer, ResizingFollowsBilinearInterpolation) {
+    for (const std::int32_t format : {1, 3})
+        for (const float factor : {0.3f, 0.5f, 0.989f, 1.011f, 2.0f, 3.7f}) {
+            const Image image(format, 37, 23);
+            const double f = static_cast<double>(factor);
+            const auto w = static_cast<std::int32_t>(37 * f), h = static_cast<std::int32_t>(23 * f);
+            Screen screen(w + 3, h + 2);
+            ASSERT_EQ(1, screen.show(image.host, factor));
+            EXPECT_TRUE(screen.paddingSurvives());
+            const auto position = [f](std::int32_t k, std::int32_t side, std::int32_t& i) {
+                const double p = k * (side - 1) / (side * f - 1);
+                i = std::min(static_cast<std::int32_t>(p), side - 2);
+                return p - i;
+            };
+            for (std::int32_t y = 0; y < h + 2; ++y)
+                for (std::int32_t x = 0; x < w + 3; ++x) {
+                    ASSERT_EQ(255, screen.at(x, y, 3));
+                    for (int c = 0; c < 3; ++c) {
+                        if (x >= w || y >= h) {
+                            ASSERT_EQ(0, screen.at(x, y, c));
+                            continue;
+                        }
+                        std::int32_t i, j;
+                        const double a = position(x, 37, i), b = position(y, 23, j);
+                        const double upper =
+                            image.at(i, j, c) * (1 - a) + image.at(i + 1, j, c) * a;
+                        const double lower =
+                            image.at(i, j + 1, c) * (1 - a) + image.at(i + 1, j + 1, c) * a;
+                        ASSERT_NEAR(upper * (1 - b) + lower * b, screen.at(x, y, c), 1.0)
+                            << factor << ' ' << x << ' ' << y;
+                    }
+                }
+        }
+}
+
+TEST(ScreenBuffer, AnyFactorEnds) {
+    constexpr float inf = std::numeric_limits<float>::infinity();
+    constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+    const Image image(1, 12, 9), column(1, 1, 4);
+    for (const float factor : {0.0f, -1.0f, -inf, 1e-38f}) {
+        Screen screen(5, 4);
+        EXPECT_EQ(1, screen.show(image.host, factor));
+        for (std::int32_t x = 0; x < 5; ++x)
+            for (int c = 0; c < 4; ++c)
+                EXPECT_EQ(c == 3 ? 255 : 0, screen.at(x, 3, c));
+    }
+    for (const float factor : {nan, 1e30f, inf}) {
+        Screen screen(5, 4);
+        EXPECT_EQ(1, screen.show(image.host, factor));
+        EXPECT_EQ(image.at(0, 0, 0), screen.at(0, 0, 0)) << factor;
+        EXPECT_EQ(255, screen.at(4, 3, 3));
+    }
+    // A side of one pixel is taken by the nearest: rows 1 and 3 of four, and the one column there
+    // is.
+    Screen half(1, 2);
+    EXPECT_EQ(1, half.show(column.host, 0.5f));
+    for (int c = 0; c < 3; ++c) {
+        EXPECT_EQ(column.at(0, 1, c), half.at(0, 0, c));
+        EXPECT_EQ(column.at(0, 3, c), half.at(0, 1, c));
+    }
+}
+
+TEST(ScreenBuffer, RefusalsWriteNothing) {
+    Image image(1, 4, 4);
+    Screen screen(4, 4);
+    const QxIccProfiles none{};
+    const auto both = [&](std::int32_t expected, const PSImage* from, std::uint8_t* to,
+                          std::int32_t step, std::int32_t width, std::int32_t height) {
+        EXPECT_EQ(expected, PSImage2QImage(from, to, step, width, height, 1.0f));
+        EXPECT_EQ(expected, PSImageICC2QImage(&none, from, to, step, width, height, 0.5f));
+    };
+    for (const std::int32_t format : {0, 2, 4, 7, 8, 9, -1}) {
+        image.host.format = format;
+        both(-3, &image.host, screen.data(), 16, 4, 4);
+    }
+    image.host.format = 1;
+    both(-1001, nullptr, screen.data(), 16, 4, 4);
+    both(-1001, &image.host, nullptr, 16, 4, 4);
+    both(-1001, &image.host, screen.data(), 15, 4, 4);
+    both(-1001, &image.host, screen.data(), 16, 0, 4);
+    both(-1001, &image.host, screen.data(), 16, 4, -1);
+    both(-1001, &image.host, screen.data(), 16, 1 << 30, 4);
+    EXPECT_EQ(-1001, PSImageICC2QImage(nullptr, &image.host, screen.data(), 16, 4, 4, 1.0f));
+    for (auto spoil : {+[](PSImage& i) { i.data = nullptr; }, +[](PSImage& i) { i.width = 0; },
+                       +[](PSImage& i) { i.height = -5; }, +[](PSImage& i) { i.rowBytes = 11; }}) {
+        PSImage bad = image.host;
+        spoil(bad);
+        both(-1001, &bad, screen.data(), 16, 4, 4);
+    }
+    EXPECT_EQ(Screen(4, 4).bytes, screen.bytes);
+}
+
+cmsHPROFILE matrixProfile(double greenX, double gamma) {
+    const cmsCIExyY white = {0.3127, 0.3290, 1.0};
+    const cmsCIExyYTRIPLE primaries = {{0.64, 0.33, 1.0}, {greenX, 0.71, 1.0}, {0.15, 0.06, 1.0}};
+    cmsToneCurve* const curve = cmsBuildGamma(nullptr, gamma);
+    cmsToneCurve* const curves[3] = {curve, curve, curve};
+    const cmsHPROFILE profile = cmsCreateRGBProfile(&white, &primaries, curves);
+    cmsFreeToneCurve(curve);
+    return profile;
+}
+
+Bytes blockOf(cmsHPROFILE profile) {
+    cmsUInt32Number size = 0;
+    cmsSaveProfileToMem(profile, nullptr, &size);
+    Bytes block(size);
+    cmsSaveProfileToMem(profile, block.data(), &size);
+    cmsCloseProfile(profile);
+    return block;
+}
+
+QxIccProfiles pair(const Bytes& source, const Bytes& target) {
+    return {source.empty() ? nullptr : source.data(), static_cast<std::int32_t>(source.size()),
+            target.empty() ? nullptr : target.data(), static_cast<std::int32_t>(target.size())};
+}
+
+/// The pixel as Little CMS takes it from one profile to the other.
+struct Colours {
+    Colours(cmsHPROFILE source, cmsHPROFILE target)
+        : transform(cmsCreateTransform(source, TYPE_RGB_8, target, TYPE_RGB_8,
+                                       INTENT_RELATIVE_COLORIMETRIC, 0)) {
+        cmsCloseProfile(source);
+        cmsCloseProfile(target);
+    }
+    ~Colours() { cmsDeleteTransform(transform); }
+    /// Whether `after` is `before` in the new colours, with its alpha kept.
+    bool hold(const Screen& before, const Screen& after) const {
+        for (std::int32_t y = 0; y < before.height; ++y)
+            for (std::int32_t x = 0; x < before.width; ++x) {
+                std::uint8_t in[3], out[3];
+                for (int c = 0; c < 3; ++c)
+                    in[c] = static_cast<std::uint8_t>(before.at(x, y, c));
+                cmsDoTransform(transform, in, out, 1);
+                for (int c = 0; c < 3; ++c)
+                    if (after.at(x, y, c) != out[c])
+                        return false;
+                if (after.at(x, y, 3) != before.at(x, y, 3))
+                    return false;
+            }
+        return true;
+    }
+    cmsHTRANSFORM transform;
+};
+
+TEST(ColourManagedPreview, TakesTheWholeBufferFromProfileToProfile) {
+    const Image image(1, 61, 20);
+    const Bytes srgb = blockOf(cmsCreate_sRGBProfile()), wide = blockOf(matrixProfile(0.21, 2.2));
+    const auto open = [](const Bytes& block) {
+        return cmsOpenProfileFromMem(block.data(), static_cast<cmsUInt32Number>(block.size()));
+    };
+    // Wider and higher than the image: what the conversion leaves alone is carried along.
+    Screen plain(64, 22), there(64, 22), back(64, 22), missing(64, 22);
+    ASSERT_EQ(1, plain.show(image.host));
+    ASSERT_EQ(1, there.show(pair(srgb, wide), image.host));
+    EXPECT_TRUE(there.paddingSurvives());
+    EXPECT_TRUE(Colours(open(srgb), open(wide)).hold(plain, there));
+    ASSERT_EQ(1, back.show(pair(wide, srgb), image.host));
+    EXPECT_TRUE(Colours(open(wide), open(srgb)).hold(plain, back));
+    // A missing profile is sRGB, told by the pointer or by the size.
+    ASSERT_EQ(1, missing.show(pair({}, wide), image.host));
+    EXPECT_TRUE(Colours(cmsCreate_sRGBProfile(), open(wide)).hold(plain, missing));
+    QxIccProfiles noTarget = pair(wide, srgb);
+    noTarget.targetProfileSize = 0;
+    missing = Screen(64, 22);
+    ASSERT_EQ(1, missing.show(noTarget, image.host));
+    EXPECT_TRUE(Colours(open(wide), cmsCreate_sRGBProfile()).hold(plain, missing));
+}
+
+TEST(ColourManagedPreview, LeavesTheConversionWithoutUsableProfiles) {
+    const Image image(3, 30, 20);
+    const Bytes wide = blockOf(matrixProfile(0.21, 2.2)),
+                lab = blockOf(cmsCreateLab4Profile(nullptr));
+    Bytes garbage(500, 0x5a), cut(wide.begin(), wide.begin() + 200), empty;
+    Screen plain(30, 20);
+    ASSERT_EQ(1, plain.show(image.host));
+    QxIccProfiles noSizes = pair(wide, wide);
+    noSizes.sourceProfileSize = 0;
+    noSizes.targetProfileSize = -4;
+    const struct {
+        std::int32_t result;
+        QxIccProfiles profiles;
+    } cases[] = {{1, QxIccProfiles{}},     {1, noSizes},          {0, pair(garbage, wide)},
+                 {0, pair(wide, garbage)}, {0, pair(cut, empty)}, {0, pair(empty, cut)},
+                 {0, pair(empty, lab)},    {0, pair(lab, wide)}};
+    for (const auto& c : cases) {
+        Screen screen(30, 20);
+        EXPECT_EQ(c.result, screen.show(c.profiles, image.host)) << &c - cases;
+        EXPECT_EQ(plain.bytes, screen.bytes) << &c - cases;
+    }
+}
+
+TEST(ColourManagedPreview, ManyCallsAtOnceKeepTheirOwnProfiles) {
+    const Image image(1, 50, 40);
+    const Bytes garbage(300, 1);
+    std::vector<std::thread> hosts;
+    std::vector<std::string> faults(12);
+    for (std::size_t t = 0; t < faults.size(); ++t)
+        hosts.emplace_back([&, t] {
+            const Bytes mine = blockOf(matrixProfile(0.2 + 0.01 * static_cast<double>(t), 1.8));
+            Screen first(50, 40), again(50, 40);
+            for (int turn = 0; turn < 20; ++turn) {
+                again = Screen(50, 40);
+                const bool refused = t % 3 == 0 && again.show(pair(mine, garbage), image.host) != 0;
+                if (refused || again.show(pair({}, mine), image.host) != 1)
+                    faults[t] = "wrong result";
+                if (turn == 0)
+                    first = again;
+                else if (first.bytes != again.bytes)
+                    faults[t] = "differs";
+            }
+        });
+    for (std::thread& host : hosts)
+        host.join();
+    EXPECT_EQ(std::vector<std::string>(12), faults);
+}
+
+// Whatever request fails, the result says which half of the work it stopped.
+TEST(ColourManagedPreview, SurvivesFailingAllocations) {
+    if (!kt7::test::canFailAllocations())
+        GTEST_SKIP() << "the sanitizer owns the allocator";
+    const Image image(3, 30, 20);
+    const Bytes wide = blockOf(matrixProfile(0.21, 2.2));
+    const QxIccProfiles profiles = pair({}, wide);
+    Screen screen(15, 10), whole(15, 10);
+    const auto show = [&](Screen& to) {
+        return PSImageICC2QImage(&profiles, &image.host, to.data(), to.step, 15, 10, 0.5f);
+    };
+    ASSERT_EQ(1, show(whole));
+    std::set<std::int32_t> results;
+    for (std::int64_t n = 0, requests = 1; n < requests; ++n) {
+        std::int32_t result;
+        {
+            const kt7::test::FailAllocations failing(n, true);
+            result = show(screen);
+            requests = std::max(requests, kt7::test::FailAllocations::requests());
+        }
+        results.insert(result);
+        ASSERT_TRUE(result != 1 || screen.bytes == whole.bytes);
+    }
+    EXPECT_EQ((std::set<std::int32_t>{-1001, -500, 0}), results);
+    EXPECT_EQ(1, show(screen));
+    EXPECT_EQ(whole.bytes, screen.bytes);
+}
+
+TEST(SampleScales, EightBitsComeBackFromFifteen) {
+    constexpr std::int32_t width = 2050, height = 3, step = width + 3;
+    Bytes in(step * height), out(step * height, untouched);
+    for (std::size_t i = 0; i < in.size(); ++i)
+        in[i] = static_cast<std::uint8_t>(i);
+    std::vector<std::uint16_t> wide(step * height, 7);
+    ASSERT_EQ(1, psC1U8toU15(in.data(), step, width, height, wide.data(), 2 * step));
+    ASSERT_EQ(1, psC1U15toU8(wide.data(), 2 * step, width, height, out.data(), step));
+    for (std::int32_t i = 0; i < step * height; ++i) {
+        const auto k = static_cast<std::size_t>(i);
+        const bool inside = i % step < width;
+        ASSERT_EQ(inside ? (in[k] + 1) * 128 : 7, wide[k]);
+        ASSERT_EQ(inside ? in[k] : untouched, out[k]);
+    }
+    const std::uint16_t samples[] = {0, 64, 127, 128, 192, 193, 320, 32767, 32768, 65535};
+    const std::uint8_t expected[] = {0, 0, 0, 0, 0, 1, 2, 255, 255, 255};
+    ASSERT_EQ(1, psC1U15toU8(samples, sizeof samples, 10, 1, out.data(), 10));
+    EXPECT_EQ(Bytes(expected, expected + 10), Bytes(out.begin(), out.begin() + 10));
+
+    const auto before = wide;
+    EXPECT_EQ(-1001, psC1U8toU15(nullptr, 4, 4, 1, wide.data(), 8));
+    EXPECT_EQ(-1001, psC1U8toU15(in.data(), 4, 4, 1, nullptr, 8));
+    EXPECT_EQ(-1001, psC1U8toU15(in.data(), 4, 4, 1, wide.data(), 7));
+    EXPECT_EQ(-1001, psC1U8toU15(in.data(), 4, 0, 1, wide.data(), 8));
+    EXPECT_EQ(-1001, psC1U15toU8(wide.data(), 8, 4, 0, in.data(), 4));
+    EXPECT_EQ(-1001, psC1U15toU8(wide.data(), 7, 4, 1, in.data(), 4));
+    EXPECT_EQ(before, wide);
+}
+
+} // namespace

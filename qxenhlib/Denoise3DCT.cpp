@@ -2,9 +2,7 @@
 
 #include <algorithm>
 
-#include "prim/kernels/KernelTable.h"
 #include "qxenhlib/thresholdTables.h"
-#include "qxutils/parallel.h"
 #include "qxutils/qxbase/QXRC.h"
 #include "qxutils/qxbase/progress.h"
 
@@ -71,14 +69,6 @@ std::int32_t Denoise3DCT::run() {
             return -1;
     }
     return 0;
-}
-
-void Denoise3DCT::makeGuide(GIMG<std::int16_t>& guide) const {
-    const std::int32_t level = pyramids[0]->expandTopInto(guide);
-    const GIMG<std::int16_t>& noisy = *pyramids[0]->levels[level];
-    parallelRows(guide.height, [&](std::int32_t y) {
-        pyramidKernels->addSaturated(noisy.at(0, y), guide.at(0, y), guide.width);
-    });
 }
 
 } // namespace kt7

@@ -65,9 +65,6 @@ class Denoise3DCT {
 
     // Progress units of the running phase.
     std::int32_t budget() const { return progress != nullptr ? progress->phaseBudget : 0; }
-
-    // What luma blocks are matched on: a noisy level over the denoised residual below it.
-    void makeGuide(GIMG<std::int16_t>& guide) const;
 };
 
 } // namespace kt7

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "prim/kernels/KernelTable.h"
 #include "qxenhlib/ImBMAnn.h"
 #include "qxenhlib/ImBMFilter.h"
 #include "qxenhlib/ImBMResult.h"
@@ -27,7 +28,8 @@ constexpr float matchDcScale = 0.5f;
 struct LayerTiles::Worker {
     Worker(const LayerTiles& tiles)
         : matcher(tiles.denoiser_.numTrees[tiles.layer_], tiles.denoiser_.checks[tiles.layer_],
-                  matchDcScale) {
+                  matchDcScale),
+          guide(tiles.blocks_.blockWidth, tiles.blocks_.blockHeight) {
         record.setGeometry(tiles.blocks_.blockWidth, tiles.blocks_.blockHeight,
                            tiles.denoiser_.blockStep[tiles.layer_]);
         filter.init(record, tiles.denoiser_.thresholdTables[tiles.layer_].get(),
@@ -37,6 +39,7 @@ struct LayerTiles::Worker {
     ImBMAnn matcher;
     ImBMResult record;
     ImBMFilter filter;
+    GIMG<std::int16_t> guide;
 };
 
 // A tile on its way: where it lies, when it was handed out, and one float image per plane.
@@ -134,11 +137,9 @@ class LayerTiles::Conveyor {
 };
 
 LayerTiles::LayerTiles(const Denoise3DCT& denoiser, std::int32_t layer,
-                       std::span<GIMG<std::int16_t>* const> levels,
-                       const GIMG<std::int16_t>& matchImage)
-    : denoiser_(denoiser), layer_(layer), levels_(levels.begin(), levels.end()) {
+                       std::span<GIMG<std::int16_t>* const> levels, MatchOn matchOn)
+    : denoiser_(denoiser), layer_(layer), matchOn_(matchOn), levels_(levels.begin(), levels.end()) {
     std::vector<const GIMG<std::int16_t>*> inputs(levels_.begin(), levels_.end());
-    inputs.push_back(&matchImage);
     std::vector<GIMG<std::int16_t>*> outputs;
     for (const GIMG<std::int16_t>* level : levels_) {
         outputs_.push_back(std::make_unique<GIMG<std::int16_t>>(level->width, level->height));
@@ -153,10 +154,18 @@ LayerTiles::LayerTiles(const Denoise3DCT& denoiser, std::int32_t layer,
 LayerTiles::~LayerTiles() = default;
 
 void LayerTiles::filterTile(Worker& worker, Slot& slot) const {
-    const auto matchInput = static_cast<std::int32_t>(levels_.size());
-    blocks_.getBlock(slot.x, slot.y, matchInput, *slot.planes[0]);
-    worker.matcher.proc(*slot.planes[0], worker.record);
-    for (std::int32_t c = 0; c < matchInput; ++c) {
+    GIMG<float>& matchTile = *slot.planes[0];
+    if (matchOn_ == MatchOn::guide) {
+        denoiser_.pyramids[0]->sumTopInto(slot.x, slot.y, worker.guide);
+        const GIMG<std::int16_t>* guide = &worker.guide;
+        for (std::int32_t y = 0; y < matchTile.height; ++y)
+            tileKernels->load(guide->at(0, y), blocks_.inScale, matchTile.at(0, y),
+                              matchTile.width);
+    } else {
+        blocks_.getBlock(slot.x, slot.y, 0, matchTile);
+    }
+    worker.matcher.proc(matchTile, worker.record);
+    for (std::int32_t c = 0; c < static_cast<std::int32_t>(levels_.size()); ++c) {
         GIMG<float>& tile = *slot.planes[static_cast<std::size_t>(c)];
         blocks_.getBlock(slot.x, slot.y, c, tile);
         worker.filter.filterImage(tile, worker.record,

@@ -20,12 +20,14 @@ namespace kt7 {
 /// calling thread alone.
 class LayerTiles {
   public:
-    static constexpr std::int32_t mostPlanes = 3;
+    /// What luma blocks are matched on: the level itself, or the guide, which is the noisy level
+    /// over the denoised residual below it. The guide is made tile by tile and never stands whole.
+    enum class MatchOn { level, guide };
 
-    /// levels: the level of each plane to filter, plane 0 first. matchImage: what blocks are
-    /// matched on, of the same size. Raises layerNotReady when the tiles can't be set up.
+    /// levels: the level of each plane to filter, plane 0 first. Raises layerNotReady when the
+    /// tiles can't be set up.
     LayerTiles(const Denoise3DCT& denoiser, std::int32_t layer,
-               std::span<GIMG<std::int16_t>* const> levels, const GIMG<std::int16_t>& matchImage);
+               std::span<GIMG<std::int16_t>* const> levels, MatchOn matchOn);
     ~LayerTiles();
     LayerTiles(const LayerTiles&) = delete;
     LayerTiles& operator=(const LayerTiles&) = delete;
@@ -37,7 +39,7 @@ class LayerTiles {
     /// more for a rest. Returns false when the host cancelled; the levels are then untouched.
     bool run(std::int32_t step, std::int32_t tilesPerStep);
 
-    /// Copies the filtered tiles into the levels and lets go of all buffers but the matching image.
+    /// Copies the filtered tiles into the levels and lets go of them.
     void store();
 
   private:
@@ -49,6 +51,7 @@ class LayerTiles {
 
     const Denoise3DCT& denoiser_;
     std::int32_t layer_;
+    MatchOn matchOn_;
     std::vector<GIMG<std::int16_t>*> levels_;
     std::vector<std::unique_ptr<GIMG<std::int16_t>>> outputs_;
     BlockProcPmPnT blocks_;

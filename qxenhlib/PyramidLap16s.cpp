@@ -16,25 +16,49 @@ std::int32_t reach(std::int32_t fine, std::int32_t coarse) {
     return fine < 2 * std::int64_t{coarse} ? fine / 2 : coarse;
 }
 
-// Hands each row of the expansion of `src` to `use(row, y)` in turn, without making the expanded
-// image: an even row mixes three rows of `src`, an odd one two.
+// Rows of the expansion of `src` to `size`, from column `left` on, without making the expanded
+// image: an even row mixes three rows of `src`, an odd one two. One thread uses an object at a
+// time.
+class ExpandedRows {
+  public:
+    ExpandedRows(const Plane& src, PrimSize size, std::int32_t left, std::int32_t width)
+        : src_(src), srcHeight_(reach(size.height, src.height)),
+          // One column of `src` further left, whose own two samples are dropped for want of theirs.
+          firstColumn_(std::max(0, left / 2 - 1)), dropped_(left - 2 * firstColumn_),
+          srcWidth_(reach(size.width, src.width) - firstColumn_), width_(width + dropped_),
+          zeros_(static_cast<std::size_t>(std::max(srcWidth_, 1)), 0),
+          scratch_(3 * (static_cast<std::size_t>(width_) / 2 + 4)),
+          expanded_(static_cast<std::size_t>(width_)) {}
+
+    const std::int16_t* row(std::int32_t y) {
+        const std::int32_t i = y / 2;
+        pyramidKernels->expandRow(srcRow(i - 1), srcRow(i), srcRow(i + 1), srcWidth_, y & 1,
+                                  scratch_.data(), expanded_.data(), width_);
+        return expanded_.data() + dropped_;
+    }
+
+  private:
+    const std::int16_t* srcRow(std::int32_t i) const {
+        return i >= 0 && i < srcHeight_ ? src_.at(firstColumn_, i) : zeros_.data();
+    }
+
+    const Plane& src_;
+    std::int32_t srcHeight_;
+    std::int32_t firstColumn_;
+    std::int32_t dropped_;
+    std::int32_t srcWidth_;
+    std::int32_t width_;
+    std::vector<std::int16_t> zeros_;
+    std::vector<std::int32_t> scratch_;
+    std::vector<std::int16_t> expanded_;
+};
+
 template <class Use>
 void forExpandedRows(const Plane& src, PrimSize size, Use&& use) {
-    const std::int32_t srcWidth = reach(size.width, src.width);
-    const std::int32_t srcHeight = reach(size.height, src.height);
-    const std::vector<std::int16_t> zeros(static_cast<std::size_t>(src.width), 0);
-    const auto srcRow = [&](std::int32_t i) {
-        return i >= 0 && i < srcHeight ? src.at(0, i) : zeros.data();
-    };
     parallelRanges(size.height, [&](std::int32_t begin, std::int32_t end) {
-        std::vector<std::int32_t> scratch(3 * (static_cast<std::size_t>(size.width) / 2 + 4));
-        std::vector<std::int16_t> expanded(static_cast<std::size_t>(size.width));
-        for (std::int32_t y = begin; y < end; ++y) {
-            const std::int32_t i = y / 2;
-            pyramidKernels->expandRow(srcRow(i - 1), srcRow(i), srcRow(i + 1), srcWidth, y & 1,
-                                      scratch.data(), expanded.data(), size.width);
-            use(expanded.data(), y);
-        }
+        ExpandedRows rows(src, size, 0, size.width);
+        for (std::int32_t y = begin; y < end; ++y)
+            use(rows.row(y), y);
     });
 }
 
@@ -92,6 +116,15 @@ std::int32_t PyramidLap16s::expandTopInto(Plane& image) const {
         return 0;
     expand2x(*levels[t], image);
     return t - 1;
+}
+
+void PyramidLap16s::sumTopInto(std::int32_t x, std::int32_t y, Plane& tile) const {
+    const Plane& level = *levels[levelCount - 1];
+    ExpandedRows rows(*levels[levelCount], level.roi(), x, tile.width);
+    for (std::int32_t row = 0; row < tile.height; ++row) {
+        std::copy_n(rows.row(y + row), tile.width, tile.at(0, row));
+        pyramidKernels->addSaturated(level.at(x, y + row), tile.at(0, row), tile.width);
+    }
 }
 
 std::int32_t PyramidLap16s::foldTop() {

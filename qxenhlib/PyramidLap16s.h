@@ -30,6 +30,12 @@ class PyramidLap16s {
     /// the residual or the size differs.
     std::int32_t expandTopInto(GIMG<std::int16_t>& image) const;
 
+    /// The part of levels[levelCount - 1] plus the expansion of the residual, saturated, whose top
+    /// left sample is (x, y): what expandTopInto and a sum over the whole level would give there.
+    /// Serial, so that threads can each ask for a tile of their own. There must be a level below
+    /// the residual.
+    void sumTopInto(std::int32_t x, std::int32_t y, GIMG<std::int16_t>& tile) const;
+
     /// Adds the expansion of the residual to the level below it, drops the residual, and returns
     /// the new levelCount.
     std::int32_t foldTop();

@@ -9,7 +9,7 @@ std::int32_t Denoise3DCT::dnBaseLayer() {
     std::vector<GIMG<std::int16_t>*> levels;
     for (std::int32_t c = 0; c < channelCount; ++c)
         levels.push_back(pyramids[c]->levels[layer]);
-    LayerTiles tiles(*this, layer, levels, *levels[0]);
+    LayerTiles tiles(*this, layer, levels, LayerTiles::MatchOn::level);
     const float share = static_cast<float>(budget()) / static_cast<float>(tiles.plannedTiles());
     if (!tiles.run(static_cast<std::int32_t>(share), 1))
         return -1;

@@ -13,9 +13,7 @@ std::int32_t Denoise3DCT::dnLayer0G() {
     GIMG<std::int16_t>* level = pyramids[0]->levels[0];
     const auto units = static_cast<float>(budget());
     {
-        GIMG<std::int16_t> guide(level->width, level->height);
-        makeGuide(guide);
-        LayerTiles tiles(*this, 0, {&level, 1}, guide);
+        LayerTiles tiles(*this, 0, {&level, 1}, LayerTiles::MatchOn::guide);
         // 0.94 of the budget over pairs of tiles; the folding and smoothing below have the rest.
         const float share = units * 1.88f / static_cast<float>(tiles.plannedTiles());
         if (!tiles.run(static_cast<std::int32_t>(share), 2))

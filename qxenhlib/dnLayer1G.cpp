@@ -9,9 +9,7 @@ std::int32_t Denoise3DCT::dnLayer1G() {
         return 0;
     const std::int32_t layer = pyramids[0]->levelCount - 1;
     GIMG<std::int16_t>* level = pyramids[0]->levels[layer];
-    GIMG<std::int16_t> guide(level->width, level->height);
-    makeGuide(guide);
-    LayerTiles tiles(*this, layer, {&level, 1}, guide);
+    LayerTiles tiles(*this, layer, {&level, 1}, LayerTiles::MatchOn::guide);
     // Progress counts pairs of tiles, hence the 2; a single last tile counts as a pair too.
     const float share = static_cast<float>(2 * budget()) / static_cast<float>(tiles.plannedTiles());
     if (!tiles.run(static_cast<std::int32_t>(share), 2))

@@ -11,9 +11,7 @@ std::int32_t Denoise3DCT::dnLayer2() {
     std::vector<GIMG<std::int16_t>*> levels;
     for (std::int32_t c = 0; c < channelCount; ++c)
         levels.push_back(pyramids[c]->levels[layer]);
-    GIMG<std::int16_t> guide(levels[0]->width, levels[0]->height);
-    makeGuide(guide);
-    LayerTiles tiles(*this, layer, levels, guide);
+    LayerTiles tiles(*this, layer, levels, LayerTiles::MatchOn::guide);
     const float share = static_cast<float>(budget()) / static_cast<float>(tiles.plannedTiles());
     if (!tiles.run(static_cast<std::int32_t>(share), 1))
         return -1;

@@ -163,6 +163,22 @@ TEST(PyramidLap16s, ExpandTopIntoChecksTheSize) {
     EXPECT_EQ(*wrong.at(5, 0), 77);
     EXPECT_EQ(pyramid.expandTopInto(right), 2);
     EXPECT_EQ(pyramid.levelCount, 3);
+    // The sum of a part is the part of the sum, at odd and even places and at all four edges.
+    const Plane& level = *pyramid.levels[2];
+    for (const auto& [x, y, w, h] : {std::tuple{0, 0, 64, 65},
+                                     {0, 3, 17, 20},
+                                     {1, 0, 30, 7},
+                                     {2, 5, 9, 9},
+                                     {31, 40, 33, 25},
+                                     {46, 64, 18, 1}}) {
+        Plane tile(w, h);
+        pyramid.sumTopInto(x, y, tile);
+        for (std::int32_t r = 0; r < h; ++r)
+            for (std::int32_t c = 0; c < w; ++c)
+                ASSERT_EQ(*tile.at(c, r),
+                          clampTo16(*right.at(x + c, y + r) + *level.at(x + c, y + r)))
+                    << x << "," << y << " " << c << "," << r;
+    }
     const PyramidLap16s none(plane, 0);
     EXPECT_EQ(none.expandTopInto(right), 0);
     const PyramidLap16s tooDeep(plane, 8);

@@ -4,6 +4,7 @@
 //
 // The picture is the demo scene with sensor noise, or a photo repeated to the size asked for.
 #include <OpenImageIO/imageio.h>
+#include <malloc.h>
 #include <sys/resource.h>
 
 #include <CLI/CLI.hpp>
@@ -97,6 +98,7 @@ struct StageClock {
     QxProgress record{0, 0, &StageClock::call, this, 0};
     Clock::time_point last = Clock::now();
     std::map<std::string, double> seconds;
+    std::map<std::string, std::int64_t> peaks;
     std::int32_t unit = 0;
     std::int32_t previousBudget = 0;
     bool denoiserDone = false;
@@ -108,7 +110,10 @@ struct StageClock {
 
     void report(std::int32_t done, std::int32_t total) {
         const Clock::time_point now = Clock::now();
-        seconds[stageOf(done, total)] += secondsBetween(last, now);
+        const std::string stage = stageOf(done, total);
+        seconds[stage] += secondsBetween(last, now);
+        peaks[stage] = std::max(peaks[stage], peakMemory());
+        resetPeakMemory();
         last = now;
     }
 
@@ -154,6 +159,7 @@ double timeCall(const char* name, const Picture& picture, const QxNoiseLevels& n
     for (int i = 0; i < repeat; ++i) {
         Picture work = picture;
         PSImage image{1, work.rgb.data(), work.width * 3, work.width, work.height};
+        malloc_trim(0); // what earlier calls freed must not count as free room
         resetPeakMemory();
         const std::int64_t before = peakMemory();
         const double processorBefore = processorSeconds();
@@ -167,14 +173,19 @@ double timeCall(const char* name, const Picture& picture, const QxNoiseLevels& n
             throw std::runtime_error("qxDenoiseKt7 gave " + std::to_string(result));
         walls.push_back(wall);
         const double processor = processorSeconds() - processorBefore;
+        std::int64_t peak = peakMemory();
+        for (const auto& [stage, bytes] : clock.peaks)
+            peak = std::max(peak, bytes);
+        const auto perPixel = [&](std::int64_t bytes) {
+            return static_cast<double>(bytes - before) / (megapixels * 1e6);
+        };
         std::printf(
             "%-22s %7.2f s  %6.3f s/MP  processor %7.2f s  %5.1f bytes/pixel beyond the image\n",
-            name, wall, wall / megapixels, processor,
-            static_cast<double>(peakMemory() - before) / (megapixels * 1e6));
+            name, wall, wall / megapixels, processor, perPixel(peak));
         if (stages && i == repeat - 1)
             for (const auto& [stage, seconds] : clock.seconds)
-                std::printf("    %-24s %7.2f s  %5.1f %%\n", stage.c_str() + 2, seconds,
-                            100.0 * seconds / wall);
+                std::printf("    %-24s %7.2f s  %5.1f %%  %5.1f bytes/pixel\n", stage.c_str() + 2,
+                            seconds, 100.0 * seconds / wall, perPixel(clock.peaks[stage]));
         std::fflush(stdout);
     }
     std::ranges::sort(walls);

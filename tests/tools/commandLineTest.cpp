@@ -1,7 +1,10 @@
 // The built kt7, from outside.
 #include "tests/tools/scratchFolder.h"
 
+#include "tools/kt7/imageFile.h"
+
 #include <gtest/gtest.h>
+#include <lcms2.h>
 
 #include <csignal>
 #include <fcntl.h>
@@ -10,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <set>
 #include <vector>
 
 extern char** environ;
@@ -18,6 +22,7 @@ namespace kt7 {
 namespace {
 
 using Arguments = std::vector<std::string>;
+using tool::Photo;
 
 struct Settings {
     std::string in = "/dev/null";
@@ -142,6 +147,10 @@ TEST_F(CommandLine, EveryFailureIsOneLineAndLeavesNothing) {
                  {{"estimate", photo}, 1},
                  {{"demo", folder / "none/demo"}, 1},
                  {{"demo", folder / "out", "--size", "0x7"}, 2},
+                 {{"preview", photo, out, "--profile", folder / "text.jpg"}, 1},
+                 {{"preview", photo, out, "--width", "0"}, 2},
+                 {{"levels", folder / "text.jpg", out, "--view", "luma"}, 1},
+                 {{"levels", photo, out, "--view", "taste"}, 2},
                  {{"paint"}, 2},
                  {{}, 2}};
     for (const auto& [arguments, code] : cases) {
@@ -154,6 +163,67 @@ TEST_F(CommandLine, EveryFailureIsOneLineAndLeavesNothing) {
     EXPECT_EQ(full.code, 1);
     EXPECT_EQ(full.lines(), 1) << full.err;
     EXPECT_TRUE(std::filesystem::is_empty(folder / "out"));
+}
+
+TEST_F(CommandLine, ShowsPhotosAtScreenSizeInScreenColours) {
+    const Photo before = tool::readPhoto(photo);
+    for (const std::int32_t width : {1, 7, 63, 64, 65, 128}) {
+        const Result result =
+            run({"preview", photo, folder / "p.png", "--width", std::to_string(width)});
+        EXPECT_EQ(result.code, width == 1 ? 1 : 0) << result.err; // no row is left of 64 x 48
+        if (result.code != 0)
+            continue;
+        const Photo shown = tool::readPhoto(folder / "p.png");
+        EXPECT_EQ(shown.width, width);
+        EXPECT_EQ(shown.height, width * 48 / 64);
+        // Corners stay corners.
+        EXPECT_EQ(shown.rgb8.front(), before.rgb8.front());
+        // Unless a fraction of a row or column is cut off.
+        EXPECT_TRUE(width % 64 != 0 || shown.rgb8.back() == before.rgb8.back());
+    }
+    // A screen whose first channel shows green: the colours go there and come back by the profile
+    // that the picture carries.
+    const cmsCIExyY white = {0.3127, 0.3290, 1.0};
+    const cmsCIExyYTRIPLE turned = {{0.30, 0.60, 1.0}, {0.64, 0.33, 1.0}, {0.15, 0.06, 1.0}};
+    cmsToneCurve* const curve = cmsBuildGamma(nullptr, 2.2);
+    cmsToneCurve* const curves[3] = {curve, curve, curve};
+    const cmsHPROFILE screen = cmsCreateRGBProfile(&white, &turned, curves);
+    cmsSaveProfileToFile(screen, (folder / "screen.icc").c_str());
+    cmsCloseProfile(screen);
+    cmsFreeToneCurve(curve);
+    ASSERT_EQ(run({"preview", photo, folder / "p.png", "--profile", folder / "screen.icc"}).code,
+              0);
+    ASSERT_EQ(run({"preview", folder / "p.png", folder / "back.png"}).code, 0);
+    const Photo there = tool::readPhoto(folder / "p.png"),
+                back = tool::readPhoto(folder / "back.png");
+    EXPECT_EQ(bytesOf(folder / "screen.icc").size(), tool::colourProfile(there).size());
+    EXPECT_NE(before.rgb8, there.rgb8);
+    for (std::size_t i = 0; i < before.rgb8.size(); ++i)
+        EXPECT_NEAR(before.rgb8[i], back.rgb8[i], 8);
+}
+
+TEST_F(CommandLine, EveryLevelsViewShowsWhatItSays) {
+    const Photo before = tool::readPhoto(photo);
+    const auto seen = [&](const char* view, const char* target) {
+        EXPECT_EQ(run({"levels", photo, folder / "v.png", "--view", view, "--target", target}).code,
+                  0);
+        return tool::readPhoto(folder / "v.png").rgb8;
+    };
+    std::set<std::string> different;
+    for (const char* view :
+         {"red", "green", "blue", "luma", "chroma", "cb", "cr", "differences", "db", "dr"}) {
+        const auto rgb = seen(view, "0");
+        different.insert({rgb.begin(), rgb.end()});
+    }
+    EXPECT_EQ(different.size(), 10u);
+    for (const char* view : {"picture", "rgb", "ycbcr", "gdbdr"}) {
+        EXPECT_EQ(seen(view, "0"), before.rgb8);
+        EXPECT_NE(seen(view, "255"), before.rgb8);
+    }
+    EXPECT_EQ(seen("base", "0"), seen("green", "0"));
+    const auto blue = seen("blue", "0");
+    for (std::size_t i = 0; i < blue.size(); ++i)
+        ASSERT_EQ(blue[i], before.rgb8[i - i % 3 + 2]);
 }
 
 TEST_F(CommandLine, ASignalEndsTheWorkAndLeavesNothing) {

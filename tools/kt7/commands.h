@@ -21,6 +21,8 @@ struct Command {
 Command addDenoiseCommand(CLI::App& application);
 Command addEstimateCommand(CLI::App& application);
 Command addDemoCommand(CLI::App& application);
+Command addPreviewCommand(CLI::App& application);
+Command addLevelsCommand(CLI::App& application);
 
 enum ExitCode : int { exitOk = 0, exitFailed = 1, exitUsage = 2 };
 

@@ -21,6 +21,10 @@ inline constexpr float grain = 0.0f;
 
 inline constexpr int jpegQuality = 95;
 
+// Levels of kt7 levels, 0..255: a picture of normal exposure, and colour differences that show.
+inline constexpr std::int32_t brightnessTarget = 110;
+inline constexpr std::int32_t differenceTarget = 10;
+
 inline constexpr std::int32_t demoWidth = 768;
 inline constexpr std::int32_t demoHeight = 512;
 

@@ -389,6 +389,30 @@ Photo readPhoto(const std::string& path) {
     return photo;
 }
 
+std::vector<std::uint8_t> colourProfile(const Photo& photo) {
+    const auto* profile = photo.traits->spec.find_attribute("ICCProfile");
+    if (profile == nullptr || profile->type().size() < 1)
+        return {};
+    const auto* bytes = static_cast<const std::uint8_t*>(profile->data());
+    return {bytes, bytes + profile->type().size()};
+}
+
+Photo pictureFrom(const Photo& photo, std::int32_t width, std::int32_t height,
+                  std::vector<std::uint8_t> rgb, const std::vector<std::uint8_t>& profile) {
+    auto traits = std::make_shared<FileTraits>();
+    traits->spec.attribute("Orientation", photo.traits->spec.get_int_attribute("Orientation", 1));
+    if (!profile.empty())
+        traits->spec.attribute("ICCProfile",
+                               TypeDesc(TypeDesc::UINT8, static_cast<int>(profile.size())),
+                               profile.data());
+    Photo picture;
+    picture.width = width;
+    picture.height = height;
+    picture.rgb8 = std::move(rgb);
+    picture.traits = std::move(traits);
+    return picture;
+}
+
 std::string writableFormat(const std::string& path, const std::string& format, const Photo& photo) {
     std::string name = format;
     if (name.empty() && path != "-" && std::filesystem::path(path).has_extension())

@@ -23,4 +23,12 @@ std::string writableFormat(const std::string& path, const std::string& format, c
 void writePhoto(const Photo& photo, const std::string& path, const std::string& formatName,
                 int quality);
 
+/// The colour profile inside the photo's file; empty when it has none.
+std::vector<std::uint8_t> colourProfile(const Photo& photo);
+
+/// An 8-bit picture made from the photo, described by a colour profile of its own (none when empty:
+/// viewers take it for sRGB). Of the metadata it keeps which way is up.
+Photo pictureFrom(const Photo& photo, std::int32_t width, std::int32_t height,
+                  std::vector<std::uint8_t> rgb, const std::vector<std::uint8_t>& profile);
+
 } // namespace kt7::tool

@@ -27,7 +27,8 @@ int run(int argc, char** argv) {
     application.require_subcommand(1);
     application.footer("kt7 COMMAND --help tells the options of a command.");
     std::vector<Command> commands;
-    for (const auto add : {addDenoiseCommand, addEstimateCommand, addDemoCommand})
+    for (const auto add : {addDenoiseCommand, addEstimateCommand, addPreviewCommand,
+                           addLevelsCommand, addDemoCommand})
         commands.push_back(add(application));
     try {
         application.parse(argc, argv);

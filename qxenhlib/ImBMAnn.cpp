@@ -37,28 +37,23 @@ std::uint32_t randomBelow(std::uint32_t below) {
     return static_cast<std::uint32_t>((std::uint64_t{forestState} * below) >> 32);
 }
 
-struct AlignedDelete {
-    void operator()(std::byte* block) const noexcept {
-        ::operator delete (block, std::align_val_t{64});
-    }
-};
-
 /// All the memory that growing and searching a forest needs, held for the next tile.
 struct ForestMemory {
     ForestMemory(std::int32_t candidates, std::int32_t trees)
-        : nodes(static_cast<std::byte*>(
-              ::operator new (nodeBytes*(2 * static_cast<std::size_t>(candidates)) *
-                                  static_cast<std::size_t>(trees),
-                              std::align_val_t{64}))),
+        : nodes(primMalloc32f(static_cast<std::int32_t>(nodeBytes / sizeof(float)) * 2 *
+                              candidates * trees)),
           order(static_cast<std::size_t>(candidates)), rest(static_cast<std::size_t>(candidates)),
           checked(static_cast<std::size_t>(candidates)),
           branchDistances(static_cast<std::size_t>(candidates) + 8,
                           std::numeric_limits<float>::infinity()),
-          branchNodes(static_cast<std::size_t>(candidates)) {}
+          branchNodes(static_cast<std::size_t>(candidates)) {
+        if (!nodes)
+            throw std::bad_alloc();
+    }
 
-    void* takeNode() { return nodes.get() + nodeBytes * nodesTaken++; }
+    void* takeNode() { return nodes.get() + nodeBytes / sizeof(float) * nodesTaken++; }
 
-    std::unique_ptr<std::byte[], AlignedDelete> nodes;
+    PrimPtr<float> nodes; ///< raw storage, aligned to cache lines
     std::size_t nodesTaken = 0;
     std::vector<int> order, rest;
     flann::DynamicBitset checked;

@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <stdexcept>
@@ -93,6 +94,18 @@ double processorSeconds() {
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
+// Processor seconds of every thread of the process so far, by thread.
+std::map<std::string, double> threadSeconds() {
+    std::map<std::string, double> seconds;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream schedule(task.path() / "schedstat");
+        double nanoseconds = 0.0;
+        schedule >> nanoseconds;
+        seconds[task.path().filename().string()] = 1e-9 * nanoseconds;
+    }
+    return seconds;
+}
+
 // Attributes the time between two progress reports to the stage that the second one belongs to.
 struct StageClock {
     QxProgress record{0, 0, &StageClock::call, this, 0};
@@ -163,6 +176,7 @@ double timeCall(const char* name, const Picture& picture, const QxNoiseLevels& n
         resetPeakMemory();
         const std::int64_t before = peakMemory();
         const double processorBefore = processorSeconds();
+        std::map<std::string, double> threadsBefore = threadSeconds();
         StageClock clock;
         const Clock::time_point start = Clock::now();
         const std::int32_t result = qxDenoiseKt7(
@@ -182,6 +196,10 @@ double timeCall(const char* name, const Picture& picture, const QxNoiseLevels& n
         std::printf(
             "%-22s %7.2f s  %6.3f s/MP  processor %7.2f s  %5.1f bytes/pixel beyond the image\n",
             name, wall, wall / megapixels, processor, perPixel(peak));
+        std::printf("    busy seconds per thread:");
+        for (const auto& [thread, seconds] : threadSeconds())
+            std::printf(" %.2f", seconds - threadsBefore[thread]);
+        std::printf("\n");
         if (stages && i == repeat - 1)
             for (const auto& [stage, seconds] : clock.seconds)
                 std::printf("    %-24s %7.2f s  %5.1f %%  %5.1f bytes/pixel\n", stage.c_str() + 2,

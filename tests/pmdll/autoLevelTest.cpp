@@ -53,13 +53,25 @@ TEST(AutoLevel, OneFactorBringsTheBrightestChannelToTheTarget) {
         EXPECT_EQ(imageOf({{9, 100, 3}}), brightened(imageOf({{9, 100, 3}}), target));
 }
 
-TEST(AutoLevel, GreyViewsOfChannels) {
-    const Bytes rgb = imageOf({{1, 20, 40}, {3, 60, 80}});
-    EXPECT_EQ(rgb, viewed(rgb, &qxRGBAutoLevel, 0, 1));
-    EXPECT_EQ(imageOf({{1, 1, 1}, {3, 3, 3}}), viewed(rgb, &qxRGBAutoLevel, 1, -7));
-    EXPECT_EQ(imageOf({{20, 20, 20}, {60, 60, 60}}), viewed(rgb, &qxRGBAutoLevel, 2, 1));
-    EXPECT_EQ(imageOf({{20, 20, 20}, {60, 60, 60}}), viewed(rgb, &qxRGB2GDbDrAutoLevel, 1, 1));
-    EXPECT_EQ(imageOf({{40, 40, 40}, {80, 80, 80}}), viewed(rgb, &qxRGBAutoLevel, 3, 0));
+// Differences to green are halved towards zero.
+TEST(AutoLevel, GreyViewsOfChannelsAndDifferences) {
+    const Bytes rgb = imageOf({{10, 20, 31}, {23, 20, 17}, {255, 0, 255}, {0, 255, 0}});
+    const struct {
+        View view;
+        std::int32_t mode;
+        std::array<int, 4> grey;
+    } cases[] = {{&qxRGBAutoLevel, 1, {10, 23, 255, 0}},
+                 {&qxRGBAutoLevel, 2, {20, 20, 0, 255}},
+                 {&qxRGBAutoLevel, 3, {31, 17, 255, 0}},
+                 {&qxRGB2GDbDrAutoLevel, 1, {20, 20, 0, 255}},
+                 {&qxRGB2GDbDrAutoLevel, 3, {133, 127, 255, 1}},
+                 {&qxRGB2GDbDrAutoLevel, 4, {123, 129, 255, 1}}};
+    for (const auto& [view, mode, grey] : cases) {
+        std::vector<Pixel> expected;
+        for (const int v : grey)
+            expected.push_back({v, v, v});
+        EXPECT_EQ(imageOf(expected), viewed(rgb, view, mode, 1)) << mode;
+    }
     EXPECT_EQ(imageOf({{59, 59, 59}, {118, 118, 118}}), // 90 / 60 less a hair: 11 eighths
               viewed(imageOf({{9, 43, 7}, {1, 86, 3}}), &qxRGBAutoLevel, 2, 90));
 }
@@ -100,14 +112,6 @@ TEST(AutoLevel, LumaAndChromaAreThoseOfTheStandard) {
     }
 }
 
-TEST(AutoLevel, DifferencesToGreenTruncateTowardsZero) {
-    const Bytes rgb = imageOf({{10, 20, 31}, {23, 20, 17}, {255, 0, 255}, {0, 255, 0}});
-    EXPECT_EQ(imageOf({{133, 133, 133}, {127, 127, 127}, {255, 255, 255}, {1, 1, 1}}),
-              viewed(rgb, &qxRGB2GDbDrAutoLevel, 3, 1));
-    EXPECT_EQ(imageOf({{123, 123, 123}, {129, 129, 129}, {255, 255, 255}, {1, 1, 1}}),
-              viewed(rgb, &qxRGB2GDbDrAutoLevel, 4, 1));
-}
-
 TEST(AutoLevel, StretchHoldsTheCentreUpToTruncation) {
     const struct {
         std::int32_t target, level;
@@ -138,47 +142,40 @@ TEST(AutoLevel, OnePlaneStretchesByEitherSideTwoPlanesByTheUpper) {
     EXPECT_EQ(same, warm);
 }
 
-// Whatever the shape of the image, its pixels come out alike; rows longer than a working strip.
+// Whatever the shape of the image, its pixels come out alike; rows longer than a working strip,
+// with padding that survives.
 TEST(AutoLevel, ViewsKnowNoPlaceAndKeepPadding) {
-    constexpr std::int32_t longSide = 5001, rows = 3, padding = 5;
+    constexpr std::int32_t pixels = 5001, padding = 5;
     std::mt19937 random(4);
-    Bytes pixels(longSide * rows * 3);
-    for (std::uint8_t& v : pixels)
+    Bytes before(pixels * 3 + padding);
+    for (std::uint8_t& v : before)
         v = static_cast<std::uint8_t>(random() % 90);
-    const View views[] = {&qxRGBAutoLevel, &qxRGB2YCbCrAutoLevel, &qxRGB2GDbDrAutoLevel};
-    for (const View view : views)
-        for (std::int32_t mode = 0; mode < (view == views[0] ? 4 : 5); ++mode) {
-            Bytes wide;
-            for (std::int32_t y = 0; y < rows; ++y) {
-                const auto row = pixels.begin() + y * longSide * 3;
-                wide.insert(wide.end(), row, row + longSide * 3);
-                wide.insert(wide.end(), padding, 77);
-            }
-            Bytes tall = pixels;
-            const std::int32_t rowBytes = longSide * 3 + padding;
-            ASSERT_EQ(1, view(wide.data(), rowBytes, longSide, rows, mode, 80));
-            ASSERT_EQ(1, view(tall.data(), rows * 3, rows, longSide, mode, 80));
-            EXPECT_NE(pixels, tall);
-            for (std::int32_t y = rows - 1; y >= 0; --y) {
-                const auto gap = wide.begin() + y * rowBytes + longSide * 3;
-                EXPECT_EQ(Bytes(padding, 77), Bytes(gap, gap + padding));
-                wide.erase(gap, gap + padding);
-            }
-            EXPECT_EQ(tall, wide) << mode;
+    for (const View view : {&qxRGBAutoLevel, &qxRGB2YCbCrAutoLevel, &qxRGB2GDbDrAutoLevel})
+        for (std::int32_t mode = 0; mode < (view == &qxRGBAutoLevel ? 4 : 5); ++mode) {
+            const Bytes wide =
+                viewed(Bytes(before.begin(), before.end() - padding), view, mode, 80);
+            Bytes tall = before, padded = before;
+            ASSERT_EQ(1, view(tall.data(), 9, 3, pixels / 3, mode, 80));
+            EXPECT_TRUE(std::equal(wide.begin(), wide.end(), tall.begin())) << mode;
+            ASSERT_EQ(1, view(padded.data(), 9, 2, pixels / 3, mode, 80));
+            EXPECT_NE(before, padded);
+            for (std::size_t i = 0; i < before.size(); ++i)
+                ASSERT_TRUE(padded[i] == before[i] || i % 9 < 6) << mode;
         }
 }
 
 TEST(AutoLevel, RefusalsWriteNothing) {
     const Bytes before = imageOf({{1, 2, 3}, {4, 5, 6}});
     Bytes rgb = before;
+    const struct {
+        std::int32_t rowBytes, width, height;
+    } bad[] = {{5, 2, 1}, {6, 0, 1}, {6, 2, -1}, {6, 1 << 30, 1}};
     for (const View view : {&qxRGBAutoLevel, &qxRGB2YCbCrAutoLevel, &qxRGB2GDbDrAutoLevel}) {
-        EXPECT_EQ(0, view(rgb.data(), 6, 2, 1, view == &qxRGBAutoLevel ? 4 : 5, 200));
-        EXPECT_EQ(0, view(rgb.data(), 6, 2, 1, -1, 200));
+        for (const std::int32_t mode : {-1, view == &qxRGBAutoLevel ? 4 : 5})
+            EXPECT_EQ(0, view(rgb.data(), 6, 2, 1, mode, 200));
+        for (const auto& [rowBytes, width, height] : bad)
+            EXPECT_EQ(0, view(rgb.data(), rowBytes, width, height, 1, 200));
         EXPECT_EQ(0, view(nullptr, 6, 2, 1, 1, 200));
-        EXPECT_EQ(0, view(rgb.data(), 5, 2, 1, 1, 200));
-        EXPECT_EQ(0, view(rgb.data(), 6, 0, 1, 1, 200));
-        EXPECT_EQ(0, view(rgb.data(), 6, 2, -1, 1, 200));
-        EXPECT_EQ(0, view(rgb.data(), 6, 1 << 30, 1, 1, 200));
     }
     EXPECT_EQ(0, qxPreviewAutoLevel(nullptr, 6, 2, 1, 200.0f));
     EXPECT_EQ(0, qxPreviewAutoLevel(rgb.data(), 5, 2, 1, 200.0f));

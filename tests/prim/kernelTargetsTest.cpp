@@ -10,11 +10,13 @@
 #include "prim/convert.h"
 #include "prim/copy.h"
 #include "prim/filter.h"
+#include "prim/kernels/KernelTable.h"
 #include "prim/kernels/select.h"
 #include "prim/median.h"
 #include "prim/sobel.h"
 #include "prim/stats.h"
 #include "prim/threshold.h"
+#include "prim/ycbcr.h"
 
 namespace kt7 {
 namespace {
@@ -77,6 +79,16 @@ using Operation = PrimStatus (*)(Work&, PrimSize, std::int32_t);
 #call, [](Work & w, PrimSize z, std::int32_t o) -> PrimStatus { return call; }             \
     }
 
+#define ROW_KERNEL(call) OPERATION((previewKernels->call, primOk))
+
+/// The three output rows as planes of one row.
+std::uint8_t* const* planes(Work& w) {
+    static std::uint8_t* rows3[3];
+    for (int i = 0; i < 3; ++i)
+        rows3[i] = w.b.dst(i * stride);
+    return rows3;
+}
+
 constexpr float floatTaps[20] = {0.1f,  -0.7f, 1.3f,  0.01f, 2.0f,  -3.0f, 0.5f,
                                  0.25f, -0.6f, 0.9f,  1.1f,  -1.2f, 0.3f,  0.7f,
                                  -0.2f, 0.15f, -2.1f, 0.4f,  0.6f,  -0.8f};
@@ -124,6 +136,14 @@ const struct {
     OPERATION(primCopy32fC1M(FLOATS, FLOATS_OUT, z, BYTES)),
     OPERATION(primMean8uC1(BYTES, z, w.number)),
     OPERATION(primMean8uC3(BYTES, {z.width / 2 + 1, 3}, w.number)),
+    OPERATION(primRGBToYCbCr8uC3P3(BYTES, planes(w), 0, {z.width / 2 + 1, 1})),
+    OPERATION(primYCbCrToRGB8uP3C3(planes(w), 0, BYTES_OUT, {z.width / 2 + 1, 1})),
+    ROW_KERNEL(toGDbDr(w.b.src(o), planes(w)[0], planes(w)[1], planes(w)[2], z.width / 2 + 1)),
+    ROW_KERNEL(fromGrey(w.b.src(o), w.b.dst(o), z.width / 2 + 1)),
+    ROW_KERNEL(toScreen8(w.b.src(o), w.b.dst(o), z.width / 3 + 1, z.width % 2 == 0)),
+    ROW_KERNEL(toScreen16(w.w.src(o), w.b.dst(o), z.width / 3 + 1, z.width % 2 != 0)),
+    ROW_KERNEL(fromScreen(w.b.src(o), w.b.dst(o), z.width / 2 + 1)),
+    ROW_KERNEL(intoScreen(w.b.src(o), w.b.dst(o), z.width / 3 + 1)),
     OPERATION(primFilterBox32fC1(FLOATS, FLOATS_OUT, z, {2, 2}, {0, 0})),
     OPERATION(primFilterBox32fC1(FLOATS, FLOATS_OUT, z, {3, 4}, {1, 2})),
     OPERATION(primFilterGauss32fC1(FLOATS, FLOATS_OUT, z, 33)),

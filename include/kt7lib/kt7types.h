@@ -15,8 +15,8 @@ extern "C" {
  *
  * format   code of the sample layout: 1 for 8-bit RGB (0..255), 3 for 16-bit RGB on the 15-bit scale
  *          0..32768. Codes 5 and 6 are read as 1 and 3 by the previews; see each function.
- * data     first sample of the top row
- * rowBytes bytes from one row to the next, at least width * 3 * bytes per sample
+ * data     first sample of the top row, at any address
+ * rowBytes bytes from one row to the next, at least width * 3 * bytes per sample; may be odd
  * width    pixels in a row, at least 1
  * height   rows, at least 1 */
 typedef struct PSImage {

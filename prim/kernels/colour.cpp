@@ -46,12 +46,15 @@ void fromYuv(const std::int16_t* y, const std::int16_t* u, const std::int16_t* v
     }
 }
 
-std::int32_t indexOf(std::uint8_t sample) {
-    return sample;
+std::int32_t indexOf(const std::uint8_t* sample) {
+    return *sample;
 }
 
-std::int32_t indexOf(std::uint16_t sample) {
-    return sample < 32767 ? sample : 32767;
+// Samples of a host's row need not lie on even addresses.
+std::int32_t indexOf(const std::uint16_t* sample) {
+    std::uint16_t v;
+    __builtin_memcpy(&v, sample, sizeof v);
+    return v < 32767 ? v : 32767;
 }
 
 void store(std::int16_t intensity, std::uint8_t* sample) {
@@ -59,7 +62,7 @@ void store(std::int16_t intensity, std::uint8_t* sample) {
 }
 
 void store(std::int16_t intensity, std::uint16_t* sample) {
-    *sample = static_cast<std::uint16_t>(intensity);
+    __builtin_memcpy(sample, &intensity, sizeof intensity);
 }
 
 template <class Sample>
@@ -72,9 +75,9 @@ void forward(const Sample* rgb, const std::int16_t* const tables[3], std::int16_
     while (n > 0) {
         const std::int32_t count = n < stripPixels ? n : stripPixels;
         for (std::int32_t x = 0; x < count; ++x) {
-            strip.r[x] = red[indexOf(rgb[3 * x])];
-            strip.g[x] = green[indexOf(rgb[3 * x + 1])];
-            strip.b[x] = blue[indexOf(rgb[3 * x + 2])];
+            strip.r[x] = red[indexOf(rgb + 3 * x)];
+            strip.g[x] = green[indexOf(rgb + 3 * x + 1)];
+            strip.b[x] = blue[indexOf(rgb + 3 * x + 2)];
         }
         toYuv(strip, y, u, v, count);
         rgb += 3 * count;

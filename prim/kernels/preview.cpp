@@ -13,21 +13,24 @@ constexpr std::uint8_t opaque = 255;
 // does.
 using Offset = std::ptrdiff_t;
 
-std::uint8_t to8(std::uint8_t sample) {
-    return sample;
+std::uint8_t to8(const std::uint8_t* sample) {
+    return *sample;
 }
 
-std::uint8_t to8(std::uint16_t sample) {
-    const int v = sample >> 7;
+// Samples of a host's row need not lie on even addresses.
+std::uint8_t to8(const std::uint16_t* sample) {
+    std::uint16_t full;
+    __builtin_memcpy(&full, sample, sizeof full);
+    const int v = full >> 7;
     return static_cast<std::uint8_t>(v < 255 ? v : 255);
 }
 
 template <class Sample>
 void toScreenFrom(const Sample* rgb, std::uint8_t* bgra, Offset x, Offset n) {
     for (; x < n; ++x) {
-        bgra[4 * x] = to8(rgb[3 * x + 2]);
-        bgra[4 * x + 1] = to8(rgb[3 * x + 1]);
-        bgra[4 * x + 2] = to8(rgb[3 * x]);
+        bgra[4 * x] = to8(rgb + 3 * x + 2);
+        bgra[4 * x + 1] = to8(rgb + 3 * x + 1);
+        bgra[4 * x + 2] = to8(rgb + 3 * x);
         bgra[4 * x + 3] = opaque;
     }
 }
@@ -61,7 +64,7 @@ void resampleScreenFrom(const Sample* rgb, const ResizeTap* taps, std::int16_t* 
     for (; x < n; ++x) {
         const Sample* a = rgb + Offset{3} * taps[x].index;
         for (int c = 0; c < 3; ++c)
-            bgra[4 * x + 2 - c] = mixed(to8(a[c]), to8(a[c + 3]), taps[x]);
+            bgra[4 * x + 2 - c] = mixed(to8(a + c), to8(a + c + 3), taps[x]);
         bgra[4 * x + 3] = mixedOpaque;
     }
 }

@@ -13,12 +13,20 @@ void above32f(float* row, std::int32_t n, float t) {
         row[x] = row[x] > t ? t : row[x];
 }
 
+// The samples are a host's, whose rows need not lie on even addresses.
+void hold16u(std::uint16_t* sample, std::uint16_t t) {
+    std::uint16_t v;
+    __builtin_memcpy(&v, sample, sizeof v);
+    v = v > t ? t : v;
+    __builtin_memcpy(sample, &v, sizeof v);
+}
+
 void above16uC3(std::uint16_t* row, std::int32_t n, const std::uint16_t* t) {
     const std::uint16_t t0 = t[0], t1 = t[1], t2 = t[2];
     for (std::int32_t x = 0; x < n; ++x, row += 3) {
-        row[0] = row[0] > t0 ? t0 : row[0];
-        row[1] = row[1] > t1 ? t1 : row[1];
-        row[2] = row[2] > t2 ? t2 : row[2];
+        hold16u(row, t0);
+        hold16u(row + 1, t1);
+        hold16u(row + 2, t2);
     }
 }
 

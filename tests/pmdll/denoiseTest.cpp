@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <set>
 #include <thread>
@@ -198,6 +199,37 @@ TEST(Denoise, HoldsSixteenBitSamplesAtTheTop) {
     EXPECT_EQ(image.at(3, 3, 0), 32767);
     EXPECT_EQ(image.at(20, 3, 0), 8192);
     EXPECT_TRUE(image.paddingIntact());
+}
+
+// A host may pack its rows or hand over a part of a file: 16-bit samples then lie at odd addresses.
+TEST(Denoise, TakesSixteenBitRowsAtAnyAddress) {
+    HostImage<std::uint16_t> image(161, 150);
+    image.fillNoisyScene(0.05);
+    const std::int32_t rowBytes = 161 * 6, screenStep = 161 * 4;
+    std::vector<std::uint8_t> odd(static_cast<std::size_t>(rowBytes + 1) * 150 + 1);
+    PSImage record{3, odd.data() + 1, rowBytes + 1, 161, 150};
+    const auto oddRow = [&](std::int32_t y) { return odd.data() + 1 + y * (rowBytes + 1); };
+    for (std::int32_t y = 0; y < 150; ++y)
+        std::memcpy(oddRow(y), &image.at(0, y, 0), rowBytes);
+
+    std::vector<std::uint8_t> screens[2];
+    std::vector<QxNoiseLevels> levels(2);
+    for (std::size_t i = 0; i < 2; ++i) {
+        PSImage* source = i == 0 ? &image.record : &record;
+        ASSERT_EQ(qxKt7NoiseEst(source, &levels[i]), 1);
+        for (const float factor : {1.0f, 0.7f}) {
+            std::vector<std::uint8_t> screen(screenStep * 150);
+            ASSERT_EQ(PSImage2QImage(source, screen.data(), screenStep, 161, 150, factor), 1);
+            screens[i].insert(screens[i].end(), screen.begin(), screen.end());
+        }
+        QxProgress progress{};
+        const QxNoiseLevels off{};
+        ASSERT_EQ(qxDenoiseKt7(&progress, source, &off, 0.0f, 0.0f, 0, 0.0f, 0.0f, 0), 1);
+    }
+    EXPECT_EQ(screens[0], screens[1]);
+    EXPECT_EQ(std::memcmp(&levels[0], &levels[1], sizeof levels[0]), 0);
+    for (std::int32_t y = 0; y < 150; ++y)
+        ASSERT_EQ(std::memcmp(oddRow(y), &image.at(0, y, 0), rowBytes), 0) << y;
 }
 
 TEST(Denoise, SurvivesExtremeNumbers) {

@@ -1,7 +1,11 @@
 // Quality on real photographs: PSNR and SSIM before and after, over noisy/mean pairs and over clean
 // photos with Gaussian noise added.
 //
-//   kt7_quality PHOTOS [--luma 2.5] [--chroma 4] [--grain 0.3] [--fast] [--sigma 10 25] [--out DIR]
+//   kt7_quality PHOTOS [--luma COARSE FINE] [--chroma COARSE FINE] [--no-guard] [--grain 0.3]
+//   [--fast]
+//               [--sigma 10 25] [--out DIR]
+//
+// Without options it measures what kt7 denoise does by default.
 //
 // PHOTOS holds pairs/NAME_real.png with NAME_mean.png, and clean/*.png. PSNR is over all 8-bit
 // samples; SSIM is that of luma in a Gaussian window of deviation 1.5 (Wang, Bovik, Sheikh and
@@ -19,7 +23,9 @@
 #include <string>
 #include <vector>
 
-#include "include/kt7lib/kt7lib.h"
+#include "tools/kt7/library.h"
+#include "tools/kt7/photo.h"
+#include "tools/kt7/textureGuard.h"
 
 namespace {
 
@@ -117,24 +123,28 @@ double ssim(const Picture& pa, const Picture& pb) {
     return sum / static_cast<double>(ma.size());
 }
 
+using kt7::tool::LevelFactors;
+
 struct Settings {
-    float luma = 2.5f, chroma = 4.0f, grain = 0.3f;
-    bool fast = false;
+    LevelFactors coarse = kt7::tool::coarseFactors, fine = kt7::tool::fineFactors;
+    float grain = kt7::tool::defaults::noiseGrain;
+    bool guard = true, fast = false;
 };
 
 Picture denoised(const Picture& noisy, const Settings& settings, QxNoiseLevels& levels) {
-    Picture result = noisy;
-    PSImage image{1, result.rgb.data(), result.width * 3, result.width, result.height};
-    qxKt7NoiseEst(&image, &levels);
-    for (float* level : {&levels.lumaMid, &levels.lumaLow, &levels.lumaHigh})
-        *level *= settings.luma;
-    for (float* level : {&levels.chromaU, &levels.chromaV})
-        *level *= settings.chroma;
+    kt7::tool::Photo photo;
+    photo.width = noisy.width;
+    photo.height = noisy.height;
+    photo.rgb8 = noisy.rgb;
+    levels = kt7::tool::estimateNoise(photo).levels;
+    if (settings.guard)
+        levels = kt7::tool::guardedLevels(levels, kt7::tool::noiseFloorOf(photo), 1.0f,
+                                          settings.coarse, settings.fine);
+    else
+        levels = kt7::tool::scaled(levels, settings.coarse.luma, settings.coarse.chroma);
     levels.noiseGrain = settings.grain;
-    QxProgress progress{};
-    if (qxDenoiseKt7(&progress, &image, &levels, 0, 0, 0, 0, 0, settings.fast ? 0 : 1) != 1)
-        throw std::runtime_error("the denoise call failed");
-    return result;
+    kt7::tool::denoise(photo, {.levels = levels, .fast = settings.fast}, [](double) {});
+    return {noisy.width, noisy.height, std::move(photo.rgb8)};
 }
 
 struct Means {
@@ -179,13 +189,20 @@ int main(int argc, char** argv) try {
     Settings settings;
     std::vector<double> sigmas = {10.0, 25.0};
     app.add_option("PHOTOS", photos, "folder with pairs/ and clean/")->required();
-    app.add_option("--luma", settings.luma, "factor on the estimated luma levels");
-    app.add_option("--chroma", settings.chroma, "factor on the estimated chroma levels");
+    std::vector<float> luma = {settings.coarse.luma, settings.fine.luma},
+                       chroma = {settings.coarse.chroma, settings.fine.chroma};
+    app.add_option("--luma", luma, "factors on the luma levels of coarse and of fine noise")
+        ->expected(2);
+    app.add_option("--chroma", chroma, "the same for the chroma levels")->expected(2);
+    app.add_flag("!--no-guard", settings.guard,
+                 "levels as the library measures them, by the factors for coarse noise");
     app.add_option("--grain", settings.grain, "noise grain, 0 to 2");
     app.add_flag("--fast", settings.fast, "quick search");
     app.add_option("--sigma", sigmas, "deviations of the noise added to clean photos, 0..255");
     app.add_option("--out", out, "folder for the pictures");
     CLI11_PARSE(app, argc, argv);
+    settings.coarse = {luma[0], chroma[0]};
+    settings.fine = {luma[1], chroma[1]};
     if (!out.empty())
         fs::create_directories(out);
 

@@ -5,11 +5,14 @@
 
 namespace kt7::tool::defaults {
 
-// Noise that a camera's demosaicing and JPEG engine have blurred measures lower than it looks. At
-// --strength 1 the measured levels are raised by these factors before they go to the denoiser;
-// levels given with --noise are only multiplied by --strength.
-inline constexpr float lumaFactor = 2.5f;
-inline constexpr float chromaFactor = 4.0f;
+// Noise that a camera's demosaicing and JPEG engine have blurred measures lower than it looks; fine
+// noise measures about right. At --strength 1 the measured levels are raised by these factors
+// before they go to the denoiser (textureGuard.h says which); levels given with --noise are only
+// multiplied by --strength.
+inline constexpr float lumaFactorCoarse = 2.2f;
+inline constexpr float chromaFactorCoarse = 3.5f;
+inline constexpr float lumaFactorFine = 1.6f;
+inline constexpr float chromaFactorFine = 2.0f;
 
 inline constexpr float strength = 1.0f;
 inline constexpr float noiseGrain = 0.3f;

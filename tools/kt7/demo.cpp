@@ -12,6 +12,7 @@
 #include "tools/kt7/progressBar.h"
 #include "tools/kt7/signals.h"
 #include "tools/kt7/stepTimes.h"
+#include "tools/kt7/textureGuard.h"
 
 #include <CLI/CLI.hpp>
 
@@ -110,7 +111,8 @@ int run(const Options& options) {
 
     const NoiseEstimate estimate = times.time("estimate", [&] { return estimateNoise(photo); });
     DenoiseSettings settings;
-    settings.levels = levelsToUse(estimate.levels, options.strength);
+    const NoiseFloor floor = times.time("guard", [&] { return noiseFloorOf(photo); });
+    settings.levels = guardedLevels(estimate.levels, floor, options.strength);
     settings.levels.noiseGrain = defaults::noiseGrain;
     settings.fast = options.fast;
     {
@@ -137,6 +139,7 @@ int run(const Options& options) {
         std::printf("%s\n", JsonObject()
                                 .add("width", std::int64_t{width})
                                 .add("height", std::int64_t{height})
+                                .add("guard", jsonOf(floor))
                                 .add("levels", jsonOf(settings.levels))
                                 .add("psnrNoisy", before)
                                 .add("psnrDenoised", after)

@@ -9,6 +9,7 @@
 #include "tools/kt7/library.h"
 #include "tools/kt7/progressBar.h"
 #include "tools/kt7/stepTimes.h"
+#include "tools/kt7/textureGuard.h"
 
 #include <CLI/CLI.hpp>
 
@@ -29,6 +30,7 @@ struct Options {
     float strength = defaults::strength;
     float noiseGrain = defaults::noiseGrain;
     bool noiseGrainGiven = false;
+    bool guard = true;
     DenoiseSettings settings{.lumaSmooth = defaults::lumaSmooth,
                              .sharpen = defaults::sharpen,
                              .chromaMedian = defaults::chromaMedian,
@@ -87,7 +89,14 @@ QxNoiseLevels chooseLevels(const Options& options, const Job& job, Photo& photo,
             std::fprintf(
                 stderr, "kt7: %s\n",
                 about(job.in, std::string(notMeasured) + "; give levels with --noise").c_str());
-        levels = levelsToUse(estimate.levels, options.strength);
+        if (options.guard) {
+            const NoiseFloor floor = times.time("guard", [&] { return noiseFloorOf(photo); });
+            report.add("guard", jsonOf(floor));
+            levels = guardedLevels(estimate.levels, floor, options.strength);
+        } else {
+            levels = scaled(estimate.levels, options.strength * coarseFactors.luma,
+                            options.strength * coarseFactors.chroma);
+        }
         levels.noiseGrain = defaults::noiseGrain;
     }
     if (options.noiseGrainGiven)
@@ -200,6 +209,10 @@ void addNoiseOptions(CLI::App& command, Options& options) {
                     "estimate")
         ->check(checkLevels)
         ->type_name("M,U,V,S,H,G");
+    command.add_flag("!--no-guard", options.guard,
+                     "Believe the measured noise as it is. By default it is held to what the "
+                     "calmest places of the photo show, so that fine texture isn't taken for "
+                     "noise, and raised less where the noise is fine");
     command
         .add_option("--noise-grain", options.noiseGrain,
                     "How coarse the noise is, 0 to 2: 0 for the fine noise of a raw file, more for "

@@ -1,7 +1,6 @@
 #include "tools/kt7/library.h"
 
 #include "kt7lib/kt7lib.h"
-#include "tools/kt7/defaults.h"
 #include "tools/kt7/errors.h"
 #include "tools/kt7/photo.h"
 #include "tools/kt7/signals.h"
@@ -36,10 +35,6 @@ QxNoiseLevels scaled(const QxNoiseLevels& levels, float lumaFactor, float chroma
     return {levels.lumaMid * lumaFactor,   levels.chromaU * chromaFactor,
             levels.chromaV * chromaFactor, levels.lumaLow * lumaFactor,
             levels.lumaHigh * lumaFactor,  levels.noiseGrain};
-}
-
-QxNoiseLevels levelsToUse(const QxNoiseLevels& measured, float strength) {
-    return scaled(measured, strength * defaults::lumaFactor, strength * defaults::chromaFactor);
 }
 
 void denoise(Photo& photo, const DenoiseSettings& settings,

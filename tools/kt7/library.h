@@ -35,10 +35,6 @@ inline constexpr const char* notMeasured =
 
 NoiseEstimate estimateNoise(Photo& photo);
 
-/// Raises the levels that were measured to what the eye sees as noise, by the factors of defaults.h
-/// and `strength`. The shape `noiseGrain` stays.
-QxNoiseLevels levelsToUse(const QxNoiseLevels& measured, float strength);
-
 /// Multiplies the five levels; the shape `noiseGrain` stays.
 QxNoiseLevels scaled(const QxNoiseLevels& levels, float lumaFactor, float chromaFactor);
 

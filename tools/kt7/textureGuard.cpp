@@ -64,7 +64,7 @@ class Window {
                 high = std::max(high, y);
             }
         const float mean = sum / static_cast<float>(whole * whole);
-        return mean > 0.2f && mean < 0.8f && low > 0.01f && high < 0.99f;
+        return mean > 0.2f && mean < 0.9f && low > 0.01f && high < 0.99f;
     }
 
     /// Deviation by a kernel that cancels slopes (Immerkaer 1996), its taps `step` pixels apart.

@@ -101,16 +101,17 @@ bool denoisePlanes(QxProgress& progress, Plane* const planes[3], const QxNoiseLe
 // The whole call but for its guards: 1 when done, 0 when the host cancelled; raises.
 std::int32_t denoise(QxProgress& progress, PSImage* hostImage, const QxNoiseLevels* hostNoise,
                      const Settings& settings) {
+    // The host's records count as they are at entry, whatever its callback does to them.
+    const PSImage image = hostImage != nullptr ? *hostImage : PSImage{};
+    const QxNoiseLevels levels = hostNoise != nullptr ? *hostNoise : QxNoiseLevels{};
     progress.total = progressTotal;
     progress.done = 2;
     qxProgressAdvance(&progress, 0);
-    if (hostNoise == nullptr || hostImage == nullptr ||
-        !isUsable(hostImage, hostImage->format == formatRgb8 ? 1 : 2))
+    if (hostNoise == nullptr || !isUsable(&image, image.format == formatRgb8 ? 1 : 2))
         raise(QxBase::QXRC::badHostBuffer);
-    const PSImage image = *hostImage;
-    const QxNoiseLevels noise = {bearable(hostNoise->lumaMid),  bearable(hostNoise->chromaU),
-                                 bearable(hostNoise->chromaV),  bearable(hostNoise->lumaLow),
-                                 bearable(hostNoise->lumaHigh), bearable(hostNoise->noiseGrain)};
+    const QxNoiseLevels noise = {bearable(levels.lumaMid),  bearable(levels.chromaU),
+                                 bearable(levels.chromaV),  bearable(levels.lumaLow),
+                                 bearable(levels.lumaHigh), bearable(levels.noiseGrain)};
     {
         const std::int32_t width = paddedSide(image.width);
         const std::int32_t height = paddedSide(image.height);

@@ -76,7 +76,7 @@ struct FeatureDistance {
     using ResultType = SquaredDistance;
 
     SquaredDistance operator()(const float* a, const float* b, std::size_t, float = -1.0f) const {
-        using Four = float __attribute__((vector_size(16), aligned(4), may_alias));
+        typedef float Four __attribute__((vector_size(16), aligned(4), may_alias));
         Four sum = {};
         for (int i = 0; i < featureSize; i += 4) {
             const Four d =
@@ -226,7 +226,7 @@ void KDTreeIndex<kt7::FeatureDistance>::planeSplit(int* ind, int count, int cutf
 template <>
 void KDTreeIndex<kt7::FeatureDistance>::meanSplit(int* ind, int count, int& index, int& cutfeat,
                                                   kt7::SquaredDistance& cutval) {
-    using Sixteen = float __attribute__((vector_size(64), aligned(4), may_alias));
+    typedef float Sixteen __attribute__((vector_size(64), aligned(4), may_alias));
     const int sampled = std::min(count, static_cast<int>(SAMPLE_MEAN) + 1);
     const auto feature = [&](int i) -> const Sixteen& {
         return *reinterpret_cast<const Sixteen*>(points_[static_cast<std::size_t>(ind[i])]);

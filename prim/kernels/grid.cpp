@@ -58,7 +58,6 @@ void blurQuotient(const float* const values[3], const float* const counts[3], fl
 }
 
 typedef float Quad __attribute__((vector_size(16)));
-typedef std::int32_t QuadIndex __attribute__((vector_size(16)));
 
 Quad load(const float* src) {
     Quad v;
@@ -82,14 +81,14 @@ Quad corners(const float* column, std::int32_t columnStride) {
 Quad bilinear(const float* const at[4], std::int32_t columnStride, Quad zf, Quad xf) {
     const Quad p0 = corners(at[0], columnStride), p1 = corners(at[1], columnStride);
     const Quad p2 = corners(at[2], columnStride), p3 = corners(at[3], columnStride);
-    const Quad a = __builtin_shuffle(p0, p1, QuadIndex{0, 4, 2, 6}); // near z: both columns
-    const Quad b = __builtin_shuffle(p0, p1, QuadIndex{1, 5, 3, 7}); // far z
-    const Quad c = __builtin_shuffle(p2, p3, QuadIndex{0, 4, 2, 6});
-    const Quad d = __builtin_shuffle(p2, p3, QuadIndex{1, 5, 3, 7});
-    const Quad v00 = __builtin_shuffle(a, c, QuadIndex{0, 1, 4, 5});
-    const Quad v10 = __builtin_shuffle(a, c, QuadIndex{2, 3, 6, 7});
-    const Quad v01 = __builtin_shuffle(b, d, QuadIndex{0, 1, 4, 5});
-    const Quad v11 = __builtin_shuffle(b, d, QuadIndex{2, 3, 6, 7});
+    const Quad a = __builtin_shufflevector(p0, p1, 0, 4, 2, 6); // near z: both columns
+    const Quad b = __builtin_shufflevector(p0, p1, 1, 5, 3, 7); // far z
+    const Quad c = __builtin_shufflevector(p2, p3, 0, 4, 2, 6);
+    const Quad d = __builtin_shufflevector(p2, p3, 1, 5, 3, 7);
+    const Quad v00 = __builtin_shufflevector(a, c, 0, 1, 4, 5);
+    const Quad v10 = __builtin_shufflevector(a, c, 2, 3, 6, 7);
+    const Quad v01 = __builtin_shufflevector(b, d, 0, 1, 4, 5);
+    const Quad v11 = __builtin_shufflevector(b, d, 2, 3, 6, 7);
     const Quad zn = 1.0f - zf;
     return (v11 * zf + v10 * zn) * xf + (v01 * zf + v00 * zn) * (1.0f - xf);
 }

@@ -14,7 +14,7 @@ constexpr int blockSize = side * side;
 #if defined(__AVX__)
 
 using Row = float __attribute__((vector_size(32)));
-using LooseRow = float __attribute__((vector_size(32), aligned(4), may_alias));
+typedef float LooseRow __attribute__((vector_size(32), aligned(4), may_alias));
 using Mask = std::int32_t __attribute__((vector_size(32)));
 // The widest vector that the target computes with.
 using Wide = Row;
@@ -57,7 +57,7 @@ KT7_INLINE void transpose8(Row (&x)[side]) {
 // Compilers take vectors wider than the target's apart into single elements, so a row is two
 // halves.
 using Half = float __attribute__((vector_size(16)));
-using LooseHalf = float __attribute__((vector_size(16), aligned(4), may_alias));
+typedef float LooseHalf __attribute__((vector_size(16), aligned(4), may_alias));
 using HalfMask = std::int32_t __attribute__((vector_size(16)));
 using Wide = Half;
 using WideMask = HalfMask;

@@ -1,0 +1,28 @@
+// A plane taken from one sample scale to the other.
+#pragma once
+
+#include "fuzz/Input.h"
+
+namespace kt7::fuzz {
+
+template <class S, class D>
+void convertPlane(Input in, std::int32_t (*convert)(const S*, std::int32_t, std::int32_t,
+                                                    std::int32_t, D*, std::int32_t)) {
+    constexpr auto sBytes = static_cast<std::int32_t>(sizeof(S));
+    constexpr auto dBytes = static_cast<std::int32_t>(sizeof(D));
+    const std::int32_t width = in.between(1, 4200), height = in.between(1, 5);
+    Rows src(sBytes * width, height, in.between(0, 40) * sBytes);
+    const Rows dst(dBytes * width, height, in.between(0, 40) * dBytes);
+    std::int32_t srcStep = src.stepBytes, dstStep = dst.stepBytes, w = width, h = height;
+    const bool spoiltSource = spoil(in, sBytes * width, srcStep, w, h);
+    const bool spoilt = spoil(in, dBytes * width, dstStep, w, h) || spoiltSource;
+    src.fill(in.rest());
+    const std::int32_t result = convert(src.samples<S>(), srcStep, w, h, dst.samples<D>(), dstStep);
+    require(result == (spoilt ? -1001 : 1), "unusable planes are refused");
+    src.requireUntouched();
+    dst.requireTouchedInRowsOnly();
+    if (spoilt)
+        dst.requireUntouched();
+}
+
+} // namespace kt7::fuzz

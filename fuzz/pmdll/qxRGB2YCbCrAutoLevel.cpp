@@ -1,0 +1,6 @@
+#include "fuzz/pmdll/Preview.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    kt7::fuzz::rewriteByView(kt7::fuzz::Input(data, size), 5, &qxRGB2YCbCrAutoLevel);
+    return 0;
+}

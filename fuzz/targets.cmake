@@ -1,0 +1,17 @@
+# Every exported function that takes a host's buffers has a fuzz target, and every target was built.
+#   cmake -DLIST=targets.txt -DBUILT=folder -DHEADER=kt7lib.h -P targets.cmake
+file(STRINGS ${LIST} listed)
+file(GLOB built RELATIVE ${BUILT} ${BUILT}/*)
+file(READ ${HEADER} text)
+string(REGEX MATCHALL "int32_t [A-Za-z0-9]+\\([^)]*\\*" declarations "${text}")
+set(exported "")
+foreach(declaration IN LISTS declarations)
+  string(REGEX REPLACE "int32_t ([A-Za-z0-9]+)\\(.*" "\\1" name "${declaration}")
+  list(APPEND exported "${name}")
+endforeach()
+list(SORT listed)
+list(SORT built)
+list(SORT exported)
+if(NOT listed OR NOT listed STREQUAL exported OR NOT listed STREQUAL built)
+  message(FATAL_ERROR "listed: ${listed}\nexported: ${exported}\nbuilt: ${built}")
+endif()

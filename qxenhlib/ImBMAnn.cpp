@@ -44,11 +44,17 @@ struct ForestMemory {
                               candidates * trees)),
           order(static_cast<std::size_t>(candidates)), rest(static_cast<std::size_t>(candidates)),
           checked(static_cast<std::size_t>(candidates)),
-          branchDistances(static_cast<std::size_t>(candidates) + 8,
+          branchDistances(branchRoom(candidates, trees) + 8,
                           std::numeric_limits<float>::infinity()),
-          branchNodes(static_cast<std::size_t>(candidates)) {
+          branchNodes(branchRoom(candidates, trees)) {
         if (!nodes)
             throw std::bad_alloc();
+    }
+
+    /// Branches beyond this many are dropped. With a group's worth for each tree, one tree has
+    /// enough of them left to fill a list whatever is dropped: its branches share no leaf.
+    static std::size_t branchRoom(std::int32_t candidates, std::int32_t trees) {
+        return static_cast<std::size_t>(std::max(candidates, groupSize * trees));
     }
 
     void* takeNode() { return nodes.get() + nodeBytes / sizeof(float) * nodesTaken++; }

@@ -162,6 +162,25 @@ TEST(BlockMatching, FillsTheListsOfAFlatTileAndOfTheSmallestOne) {
     }
 }
 
+// Several trees have more branches than there are candidates.
+TEST(BlockMatching, FillsTheListsOfATileThatHasJustEnoughCandidates) {
+    GIMG<float> tile(8, 15);
+    std::mt19937 random(11);
+    std::uniform_real_distribution<float> noise(0.0f, 1.0f);
+    ImBMResult result;
+    result.setGeometry(8, 15, 1);
+    ImBMAnn matcher(4, 5, 0.5f);
+    for (int turn = 0; turn < 100; ++turn) {
+        for (std::int32_t y = 0; y < 15; ++y)
+            std::ranges::generate(tile.row(y), [&] { return noise(random); });
+        matcher.proc(tile, result);
+        for (std::int32_t q = 0; q < 8; ++q) {
+            const std::int32_t* matches = &result.matchIdx[static_cast<std::size_t>(q * 8)];
+            ASSERT_EQ(std::set<std::int32_t>(matches, matches + 8).size(), 8u);
+        }
+    }
+}
+
 TEST(BlockMatching, LeavesTheHostsRandomNumbersAlone) {
     GIMG<float> tile(32, 32);
     fillTile(tile, 0.02f);

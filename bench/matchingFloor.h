@@ -7,10 +7,10 @@
 
 namespace kt7::bench {
 
-/// Seconds for building the search index of every tile of every layer and answering its queries,
-/// with the tiles, trees and checks that a denoise call over the same 8-bit RGB pixels uses, on the
-/// present team and with nothing else around them but the making of the features, which isn't
-/// counted.
+/// Processor seconds, divided by the team, for building the search index of every tile of every
+/// layer and answering its queries, with the tiles, trees and checks that a denoise call over the
+/// same 8-bit RGB pixels uses, on the present team and with nothing else around them but the making
+/// of the features, which isn't counted.
 double matchingFloor(const std::uint8_t* rgb, std::int32_t width, std::int32_t height,
                      const QxNoiseLevels& noise, bool fastMode);
 

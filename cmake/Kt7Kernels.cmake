@@ -30,6 +30,7 @@ function(kt7_add_kernels name)
       target_compile_options(${object} PRIVATE ${KT7_FLAGS_${target}} -fno-exceptions -fno-rtti
         $<$<CONFIG:Release,RelWithDebInfo>:-O3>)
       target_sources(${name} PRIVATE $<TARGET_OBJECTS:${object}>)
+      set_property(GLOBAL APPEND PROPERTY KT7_KERNEL_OBJECTS $<TARGET_OBJECTS:${object}>)
     endforeach()
   endforeach()
 endfunction()

@@ -59,6 +59,11 @@ inline void setMaxThreads(std::int32_t threads) noexcept {
     omp_set_num_threads(threads);
 }
 
+/// An address inside the OpenMP runtime.
+inline const void* runtimeAddress() noexcept {
+    return reinterpret_cast<const void*>(&omp_get_max_threads);
+}
+
 /// Runs body(i) for i in 0..count-1, split evenly in ascending order (static schedule).
 template <class Body>
 void parallelRows(std::int32_t count, Body&& body) {

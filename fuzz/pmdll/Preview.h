@@ -26,7 +26,7 @@ template <class View>
 void rewriteByView(Input in, std::int32_t modes, View view) {
     const std::int32_t mode =
         in.take<std::uint8_t>() % 8 != 7 ? in.between(0, modes) : in.integer();
-    const std::int32_t target = in.integer() * 2;
+    const std::int32_t target = in.integer();
     rewritePreview(in, mode >= 0 && mode < modes,
                    [=](std::uint8_t* rgb, std::int32_t step, std::int32_t w, std::int32_t h) {
                        return view(rgb, step, w, h, mode, target);

@@ -208,21 +208,25 @@ std::size_t mappings() {
 TEST(Guest, ComesAndGoesWithoutATrace) {
     HostImage<std::uint8_t> image(64, 64);
     image.fillNoisyScene(0.05);
+    constexpr int warmUp = 6, visits = 12;
     std::size_t bytes = 0, maps = 0;
     const FloatModeScope loadMayFlush;
-    for (int visit = 0; visit < 16; ++visit) {
+    for (int visit = 0; visit <= warmUp + visits; ++visit) {
         {
             const Library library;
             ProgressLog log;
             ASSERT_EQ(denoise(library, image, log), 1);
         }
         ASSERT_EQ(dlopen(KT7_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr) << "still loaded";
-        if (visit == 8)
+        if (visit == warmUp)
             bytes = mallinfo2().uordblks, maps = mappings();
     }
-    // The C library keeps small freed blocks for each thread and counts them as used.
-    EXPECT_LE(mallinfo2().uordblks, bytes + 32768);
-    EXPECT_LE(mappings(), maps + 3);
+    EXPECT_GT(maps, 0U);
+#if !defined(KT7_SANITIZED) // whose allocators hold freed memory back, and find leaks themselves
+    // The C library keeps some of what was freed; what a visit leaks would count once for each.
+    EXPECT_LT(mallinfo2().uordblks, bytes + visits * 4096);
+    EXPECT_LT(mappings(), maps + visits);
+#endif
 }
 
 TEST(Guest, TwoCopiesWorkSideBySide) {

@@ -1,10 +1,11 @@
 #!/bin/sh
 # Installs what building and testing need, from Debian's packages; does nothing when all is there.
+#   scripts/setup.sh [PACKAGE..]   with further packages
 set -eu
 
 packages="g++ cmake ninja-build pkg-config git ca-certificates
-libflann-dev liblcms2-dev libopenimageio-dev openimageio-tools libcli11-dev
-libgtest-dev libgmock-dev libbenchmark-dev"
+libflann-dev liblcms2-dev libopenimageio-dev libcli11-dev
+libgtest-dev libgmock-dev libbenchmark-dev $*"
 
 missing=""
 for package in $packages; do

@@ -122,23 +122,7 @@ Offset toScreenVectors(const Sample* rgb, std::uint8_t* bgra, Offset x, Offset n
     return x;
 }
 
-template <class Sample>
-void toScreen(const Sample* rgb, std::uint8_t* bgra, std::int32_t n, bool streamed) {
-    Offset x = 0;
-    const auto address = reinterpret_cast<std::uintptr_t>(bgra);
-    if (streamed && address % 4 == 0) {
-        const auto unaligned = static_cast<Offset>((32 - address % 32) % 32 / 4);
-        const Offset head = unaligned < n ? unaligned : n;
-        toScreenFrom(rgb, bgra, 0, head);
-        x = toScreenVectors<true>(rgb, bgra, head, n);
-        _mm_sfence();
-    } else {
-        x = toScreenVectors<false>(rgb, bgra, 0, n);
-    }
-    toScreenFrom(rgb, bgra, x, n);
-}
-
-void fromScreen(const std::uint8_t* bgra, std::uint8_t* rgb, std::int32_t n) {
+Offset fromScreenVectors(const std::uint8_t* bgra, std::uint8_t* rgb, Offset n) {
     const __m256i order = _mm256_broadcastsi128_si256(
         _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1));
     Offset x = 0;
@@ -150,17 +134,17 @@ void fromScreen(const std::uint8_t* bgra, std::uint8_t* rgb, std::int32_t n) {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(rgb + 3 * x + 12),
                          _mm256_extracti128_si256(packed, 1));
     }
-    fromScreenFrom(bgra, rgb, x, n);
+    return x;
 }
 
-void intoScreen(const std::uint8_t* rgb, std::uint8_t* bgra, std::int32_t n) {
+Offset intoScreenVectors(const std::uint8_t* rgb, std::uint8_t* bgra, Offset n) {
     Offset x = 0;
     for (; x + turn + overread <= n; x += turn) {
         auto* pixels = reinterpret_cast<__m256i*>(bgra + 4 * x);
         const __m256i alpha = _mm256_and_si256(_mm256_loadu_si256(pixels), alphaBytes());
         _mm256_storeu_si256(pixels, _mm256_or_si256(eightPixels(rgb + 3 * x), alpha));
     }
-    intoScreenFrom(rgb, bgra, x, n);
+    return x;
 }
 
 // Samples of a tap's two pixels side by side as 16-bit pairs R, G, B, the fourth of no meaning. The
@@ -192,7 +176,8 @@ __m128i resampledPixel(const Sample* rgb, const ResizeTap& tap) {
 }
 
 template <class Sample>
-void resampleScreen(const Sample* rgb, const ResizeTap* taps, std::int16_t* bgra, std::int32_t n) {
+Offset resampleScreenVectors(const Sample* rgb, const ResizeTap* taps, std::int16_t* bgra,
+                             Offset n) {
     Offset x = 0;
     for (; x + 2 <= n; x += 2) {
         const __m128i two =
@@ -200,30 +185,54 @@ void resampleScreen(const Sample* rgb, const ResizeTap* taps, std::int16_t* bgra
         _mm_storeu_si128(reinterpret_cast<__m128i*>(bgra + 4 * x),
                          _mm_blend_epi16(two, _mm_set1_epi16(mixedOpaque), 0x88));
     }
-    resampleScreenFrom(rgb, taps, bgra, x, n);
+    return x;
 }
 
-#else
+#endif
 
 template <class Sample>
-void toScreen(const Sample* rgb, std::uint8_t* bgra, std::int32_t n, bool) {
-    toScreenFrom(rgb, bgra, 0, n);
+void toScreen(const Sample* rgb, std::uint8_t* bgra, std::int32_t n,
+              [[maybe_unused]] bool streamed) {
+    Offset x = 0;
+#if defined(__AVX2__)
+    const auto address = reinterpret_cast<std::uintptr_t>(bgra);
+    if (streamed && address % 4 == 0) {
+        const auto unaligned = static_cast<Offset>((32 - address % 32) % 32 / 4);
+        const Offset head = unaligned < n ? unaligned : n;
+        toScreenFrom(rgb, bgra, 0, head);
+        x = toScreenVectors<true>(rgb, bgra, head, n);
+        _mm_sfence();
+    } else {
+        x = toScreenVectors<false>(rgb, bgra, 0, n);
+    }
+#endif
+    toScreenFrom(rgb, bgra, x, n);
 }
 
 void fromScreen(const std::uint8_t* bgra, std::uint8_t* rgb, std::int32_t n) {
-    fromScreenFrom(bgra, rgb, 0, n);
+    Offset x = 0;
+#if defined(__AVX2__)
+    x = fromScreenVectors(bgra, rgb, n);
+#endif
+    fromScreenFrom(bgra, rgb, x, n);
 }
 
 void intoScreen(const std::uint8_t* rgb, std::uint8_t* bgra, std::int32_t n) {
-    intoScreenFrom(rgb, bgra, 0, n);
+    Offset x = 0;
+#if defined(__AVX2__)
+    x = intoScreenVectors(rgb, bgra, n);
+#endif
+    intoScreenFrom(rgb, bgra, x, n);
 }
 
 template <class Sample>
 void resampleScreen(const Sample* rgb, const ResizeTap* taps, std::int16_t* bgra, std::int32_t n) {
-    resampleScreenFrom(rgb, taps, bgra, 0, n);
-}
-
+    Offset x = 0;
+#if defined(__AVX2__)
+    x = resampleScreenVectors(rgb, taps, bgra, n);
 #endif
+    resampleScreenFrom(rgb, taps, bgra, x, n);
+}
 
 void resample8(const std::uint8_t* src, const ResizeTap* taps, std::int16_t* dst, std::int32_t n) {
     for (std::int32_t x = 0; x < n; ++x) {

@@ -122,12 +122,33 @@ TEST(Copies, LeaveWhatLiesBetween) {
     const std::uint8_t wanted[12] = {0, 7, 7, 255, 0, 8, 0, 255, 0, 9, 0, 0};
     for (int i = 0; i < 12; ++i)
         EXPECT_EQ(pixels[i], wanted[i]) << i;
+}
 
-    float vector[3] = {1.0f, NAN, 2.0f};
-    primMulC32fI(1.0f, vector, 3);
+TEST(FloatArithmetic, WorksInPlace) {
+    using Row = std::vector<float>;
+    constexpr float inf = INFINITY;
+    // Two of three samples a row are used.
+    Row plane = {6.0f, -6.0f, 99.0f, 8.0f, 0.0f, 99.0f};
+    const Row divisors = {2.0f, 0.0f, 0.0f, 4.0f, 0.5f, 0.0f};
+    EXPECT_EQ(primDiv32fC1I(divisors.data(), 12, plane.data(), 12, {2, 2}), primDivByZero);
+    EXPECT_EQ(plane, (Row{3.0f, -inf, 99.0f, 2.0f, 0.0f, 99.0f}));
+    EXPECT_EQ(primDiv32fC1I(divisors.data() + 3, 12, plane.data() + 3, 12, {2, 1}), primOk);
+    EXPECT_EQ(primSubC32fC1I(1.5f, plane.data(), 12, {2, 2}), primOk);
+    EXPECT_EQ(plane, (Row{1.5f, -inf, 99.0f, -1.0f, -1.5f, 99.0f}));
+    EXPECT_EQ(primSet32fC1(7.0f, plane.data() + 1, 12, {1, 2}), primOk);
+    EXPECT_EQ(plane, (Row{1.5f, 7.0f, 99.0f, -1.0f, 7.0f, 99.0f}));
+
+    Row vector = {1.0f, NAN, 2.0f};
+    primMulC32fI(1.0f, vector.data(), 3);
     EXPECT_TRUE(std::isnan(vector[1]));
-    primMulC32fI(0.0f, vector, 3);
-    EXPECT_EQ(vector[1], 0.0f);
+    primMulC32fI(-2.0f, vector.data(), 3);
+    EXPECT_TRUE(std::isnan(vector[1]));
+    EXPECT_EQ(vector[2], -4.0f);
+    primMulC32fI(0.0f, vector.data(), 3);
+    EXPECT_EQ(vector, Row(3, 0.0f));
+    EXPECT_EQ(primSet32f(3.0f, vector.data(), 2), primOk);
+    EXPECT_EQ(primAdd32fI(plane.data(), vector.data(), 3), primOk);
+    EXPECT_EQ(vector, (Row{4.5f, 10.0f, 99.0f}));
 }
 
 TEST(Statistics, CountAndAverageRows) {

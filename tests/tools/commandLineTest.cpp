@@ -1,6 +1,7 @@
 // The built kt7, from outside.
 #include "tests/tools/scratchFolder.h"
 
+#include "tools/kt7/demoScene.h"
 #include "tools/kt7/imageFile.h"
 
 #include <gtest/gtest.h>
@@ -123,6 +124,27 @@ TEST_F(CommandLine, WritesFilesStreamsAndJson) {
     EXPECT_TRUE(std::filesystem::exists(folder / "all/clean.png"));
 }
 
+TEST_F(CommandLine, MeasuresTheNoiseByItself) {
+    const Result demo = run({"demo", folder / "scene", "--size", "512x384", "--fast", "--json"});
+    EXPECT_NE(demo.out.find("\"psnrDenoised\": "), std::string::npos) << demo.out;
+    const std::string noisy = folder / "scene/noisy.png";
+    ASSERT_EQ(run({"denoise", noisy, folder / "out.png", "--fast"}).err, "");
+    const auto clean = tool::readPhoto(folder / "scene/clean.png").rgb8;
+    EXPECT_GT(psnr8(tool::readPhoto(folder / "out.png").rgb8, clean),
+              psnr8(tool::readPhoto(noisy).rgb8, clean) + 1.0);
+
+    const Result report = run({"denoise", noisy, folder / "out.png", "--fast", "--json"});
+    EXPECT_NE(report.out.find("\"estimated\": true"), std::string::npos) << report.out;
+    // The same levels as a row and as an object.
+    const Result row = run({"estimate", noisy, photo}), object = run({"estimate", noisy, "--json"});
+    EXPECT_EQ(row.code, 1); // the small one can't be measured
+    EXPECT_EQ(std::count(row.out.begin(), row.out.end(), '\n'), 2) << row.out;
+    const auto from = object.out.find("\"lumaMid\": ") + 11;
+    const std::string luma = object.out.substr(from, 6);
+    EXPECT_GT(std::stof(luma), 0.005f);
+    EXPECT_NE(row.out.find(luma), std::string::npos) << row.out << luma;
+}
+
 TEST_F(CommandLine, EveryFailureIsOneLineAndLeavesNothing) {
     writeBytes(folder / "text.jpg", "no picture");
     writeBytes(folder / "cut.png", bytesOf(photo).substr(0, 3000));
@@ -139,6 +161,10 @@ TEST_F(CommandLine, EveryFailureIsOneLineAndLeavesNothing) {
                  {denoise({photo, folder / "out/o.doc"}), 1},
                  {denoise({photo, "/dev/full", "--format", "png"}), 1},
                  {denoise({photo, photo, "--out-dir", folder / "out"}), 1},
+                 {denoise({photo, photo, photo}), 1},
+                 {denoise({photo, "--out-dir", photo}), 1},
+                 {denoise({"-", "--out-dir", folder / "out"}), 1},
+                 {denoise({folder / "out", out}), 1},
                  {denoise({photo, out, "--strength", "nan"}), 2},
                  {denoise({photo, out, "--sharpen", "-1"}), 2},
                  {denoise({photo, out, "--quality", "0"}), 2},

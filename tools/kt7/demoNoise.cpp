@@ -85,13 +85,6 @@ std::vector<std::uint8_t> toRgb8(const DemoImage& image) {
     return out;
 }
 
-std::vector<std::uint16_t> toRgb15(const DemoImage& image) {
-    std::vector<std::uint16_t> out(image.rgb.size());
-    std::transform(image.rgb.begin(), image.rgb.end(), out.begin(),
-                   [](float v) { return static_cast<std::uint16_t>(v * 32768.0f + 0.5f); });
-    return out;
-}
-
 double psnr8(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
     double sum = 0.0;
     for (std::size_t i = 0; i < a.size(); ++i) {

@@ -35,9 +35,8 @@ struct SensorNoise {
 /// Adds noise and holds the result to 0..1. The same seed gives the same noise.
 DemoImage addSensorNoise(const DemoImage& clean, const SensorNoise& noise);
 
-/// The picture as the library takes it: 0..255, or 0..32768. Rounded to the nearest value.
+/// The picture on 0..255, rounded to the nearest value.
 std::vector<std::uint8_t> toRgb8(const DemoImage& image);
-std::vector<std::uint16_t> toRgb15(const DemoImage& image);
 
 /// Peak signal-to-noise ratio in dB of two 8-bit pictures of the same length.
 double psnr8(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b);

@@ -17,15 +17,22 @@
 #include "prim/filter.h"
 #include "prim/kernels/KernelTable.h"
 
-// The index and its search are FLANN's. What it leaves to its types is adapted here, by
-// specialising members for our distance: where memory comes from, where chance comes from, and
-// three inner loops.
+// The index is FLANN's, and so is its way to grow and to search. What it leaves to its types is
+// adapted here, by specialising members for our distance: where memory comes from, where chance
+// comes from, how large a node is, and the inner loops.
 
 namespace kt7 {
 namespace {
 
 constexpr int featureSize = 16, groupSize = 8;
-constexpr std::size_t nodeBytes = 32;
+constexpr std::size_t nodeBytes = 8;
+
+// Searches that one thread has under way. While one waits for a node or a feature, the others go
+// on.
+constexpr std::size_t searchesAtOnce = 4;
+
+// Branches that the minimum is looked for in are rounded up to this many.
+constexpr int branchPadding = 16;
 
 // State of the forests' random choices: one per thread and never seeded, so it runs on from tile to
 // tile, and the host's own generator is left alone.
@@ -37,18 +44,77 @@ std::uint32_t randomBelow(std::uint32_t below) {
     return static_cast<std::uint32_t>((std::uint64_t{forestState} * below) >> 32);
 }
 
+/// The eight best candidates so far, best first.
+class EightBest {
+  public:
+    void clear() { std::fill_n(distances_ + 1, groupSize, none); }
+    /// Distance that a candidate must be below.
+    float worst() const { return distances_[groupSize]; }
+    bool full() const { return worst() < none; }
+
+    /// A candidate goes behind those that are as near. Where it belongs can't be predicted, so
+    /// every place is written.
+    void add(float distance, std::int32_t candidate) {
+        float moved[groupSize];
+        std::int32_t movedCandidates[groupSize];
+        for (int i = 0; i < groupSize; ++i) {
+            const bool here = distances_[i + 1] > distance, before = distances_[i] > distance;
+            moved[i] = before ? distances_[i] : here ? distance : distances_[i + 1];
+            movedCandidates[i] = before ? candidates_[i] : here ? candidate : candidates_[i + 1];
+        }
+        std::copy_n(moved, groupSize, distances_ + 1);
+        std::copy_n(movedCandidates, groupSize, candidates_ + 1);
+    }
+
+    void copyTo(std::int32_t* candidates, float* distances) const {
+        std::copy_n(candidates_ + 1, groupSize, candidates);
+        std::copy_n(distances_ + 1, groupSize, distances);
+    }
+
+  private:
+    static constexpr float none = std::numeric_limits<float>::max();
+
+    // The first has nothing before it to be moved.
+    float distances_[1 + groupSize] = {-1.0f};
+    std::int32_t candidates_[1 + groupSize] = {};
+};
+
+/// The candidate that a search asks for, and the number of its list.
+struct Query {
+    std::int32_t candidate;
+    std::int32_t list;
+};
+
+/// A search on its way. Branches not taken yet lie in no order: it adds some hundred of them and
+/// asks for the nearest two dozen times, so that is looked for when it is asked for.
+struct Search {
+    Search(std::size_t candidates, std::size_t branchRoom)
+        : checked(candidates), branchDistances(branchRoom + branchPadding),
+          branchNodes(branchRoom + 1) {}
+
+    const float* vec = nullptr;
+    const void* node = nullptr; ///< where it stands
+    float distance = 0.0f;      ///< by which everything under the node is off, at least
+    int branchCount = 0;
+    int checkCount = 0;
+    std::size_t treesBegun = 0;
+    std::int32_t list = 0;
+    EightBest best;
+    flann::DynamicBitset checked;
+    std::vector<float> branchDistances;
+    std::vector<const void*> branchNodes;
+};
+
 /// All the memory that growing and searching a forest needs, held for the next tile.
 struct ForestMemory {
     ForestMemory(std::int32_t candidates, std::int32_t trees)
         : nodes(primMalloc32f(static_cast<std::int32_t>(nodeBytes / sizeof(float)) * 2 *
                               candidates * trees)),
-          order(static_cast<std::size_t>(candidates)), rest(static_cast<std::size_t>(candidates)),
-          checked(static_cast<std::size_t>(candidates)),
-          branchDistances(branchRoom(candidates, trees) + 8,
-                          std::numeric_limits<float>::infinity()),
-          branchNodes(branchRoom(candidates, trees)) {
+          order(static_cast<std::size_t>(candidates)), rest(static_cast<std::size_t>(candidates)) {
         if (!nodes)
             throw std::bad_alloc();
+        for (std::size_t i = 0; i < searchesAtOnce; ++i)
+            searches.emplace_back(order.size(), branchRoom(candidates, trees));
     }
 
     /// Branches beyond this many are dropped. With a group's worth for each tree, one tree has
@@ -62,9 +128,7 @@ struct ForestMemory {
     PrimPtr<float> nodes; ///< raw storage, aligned to cache lines
     std::size_t nodesTaken = 0;
     std::vector<int> order, rest;
-    flann::DynamicBitset checked;
-    std::vector<float> branchDistances; ///< infinite where there is no branch
-    std::vector<void*> branchNodes;
+    std::vector<Search> searches;
 };
 
 /// A type of its own, so that what is specialised for it meets no other use of FLANN.
@@ -103,100 +167,24 @@ using Index = flann::KDTreeIndex<FeatureDistance>;
 
 namespace flann {
 
-/// The eight best candidates so far, without virtual calls.
+/// The queries of a tile, and where their lists go.
 template <>
 class ResultSet<kt7::SquaredDistance> {
   public:
-    void clear() {
-        count_ = 0;
-        worst_ = std::numeric_limits<float>::max();
-    }
-    bool full() const { return count_ == kt7::groupSize; }
-    float worstDist() const { return worst_; }
-
-    void addPoint(float distance, std::size_t index) {
-        if (!(distance < worst_))
-            return;
-        int at = full() ? kt7::groupSize - 1 : count_++;
-        for (; at > 0 && distances_[at - 1] > distance; --at) {
-            distances_[at] = distances_[at - 1];
-            indices_[at] = indices_[at - 1];
-        }
-        distances_[at] = distance;
-        indices_[at] = static_cast<std::int32_t>(index);
-        if (full())
-            worst_ = distances_[kt7::groupSize - 1];
-    }
-
-    void copyTo(std::int32_t* indices, float* distances) const {
-        std::copy_n(indices_, count_, indices);
-        std::copy_n(distances_, count_, distances);
-    }
-
-  private:
-    float distances_[kt7::groupSize];
-    std::int32_t indices_[kt7::groupSize];
-    int count_ = 0;
-    float worst_ = std::numeric_limits<float>::max();
+    std::vector<kt7::Query> queries;
+    std::int32_t* matches = nullptr; ///< eight for each list
+    float* distances = nullptr;      ///< the same
 };
 
-/// Branches not taken yet. A search adds some two hundred and asks for the nearest two dozen times,
-/// so they lie in no order, and the nearest is looked for when it is asked for.
-template <class Node>
-class Heap<BranchStruct<Node*, kt7::SquaredDistance>> {
-  public:
-    explicit Heap(kt7::ForestMemory& memory)
-        : distances_(memory.branchDistances.data()), nodes_(memory.branchNodes.data()),
-          capacity_(static_cast<int>(memory.branchNodes.size())) {}
-    ~Heap() { std::fill_n(distances_, count_, std::numeric_limits<float>::infinity()); }
-    Heap(const Heap&) = delete;
-    Heap& operator=(const Heap&) = delete;
-
-    void insert(const BranchStruct<Node*, kt7::SquaredDistance>& branch) {
-        if (count_ == capacity_)
-            return;
-        __builtin_prefetch(branch.node);
-        distances_[count_] = branch.mindist;
-        nodes_[count_++] = branch.node;
-    }
-
-    bool popMin(BranchStruct<Node*, kt7::SquaredDistance>& branch) {
-        if (count_ == 0)
-            return false;
-        const std::int32_t at = kt7::groupKernels->indexOfLeast(distances_, count_);
-        branch.mindist = distances_[at];
-        branch.node = static_cast<Node*>(nodes_[at]);
-        --count_;
-        nodes_[at] = nodes_[count_];
-        distances_[at] = distances_[count_];
-        distances_[count_] = std::numeric_limits<float>::infinity();
-        return true;
-    }
-
-  private:
-    float* distances_;
-    void** nodes_;
-    int capacity_, count_ = 0;
-};
-
-/// One of the five largest of 16 variances, at random. Sorting them costs a mispredicted branch or
-/// two for each; counting how many are larger costs none.
+/// So small that a forest stays in the cache. The first child of a node is the node behind it.
 template <>
-int KDTreeIndex<kt7::FeatureDistance>::selectDivision(kt7::SquaredDistance* v) {
-    // Variances are not negative, so they compare like their bits; the lowest four make room for a
-    // number that tells equal ones apart.
-    std::int32_t keys[kt7::featureSize], larger[kt7::featureSize] = {};
-    for (int i = 0; i < kt7::featureSize; ++i)
-        keys[i] = (std::bit_cast<std::int32_t>(v[i].value) & ~15) | (15 - i);
-    for (int j = 0; j < kt7::featureSize; ++j)
-        for (int i = 0; i < kt7::featureSize; ++i)
-            larger[i] += keys[j] > keys[i] ? 1 : 0;
-    const auto rank = static_cast<std::int32_t>(kt7::randomBelow(RAND_DIM));
-    int chosen = 0;
-    for (int i = 0; i < kt7::featureSize; ++i)
-        chosen |= larger[i] == rank ? i : 0;
-    return chosen;
-}
+struct KDTreeIndex<kt7::FeatureDistance>::Node {
+    std::uint32_t feature : 4;
+    std::uint32_t second : 28; ///< nodes from here to the second child; 0 in a leaf
+    float value;               ///< where to split; in a leaf the bits of the candidate's number
+
+    std::int32_t candidate() const { return std::bit_cast<std::int32_t>(value); }
+};
 
 /// Splits a list: first what is below cutval, then what equals it, then the rest; lim1 and lim2 are
 /// where the second and third part begin. Which side an element belongs to can't be predicted, so
@@ -206,10 +194,11 @@ void KDTreeIndex<kt7::FeatureDistance>::planeSplit(int* ind, int count, int cutf
                                                    kt7::SquaredDistance cutval, int& lim1,
                                                    int& lim2) {
     int* const rest = distance_.memory->rest.data();
+    const float* const column = points_[0] + cutfeat;
     int below = 0, others = 0, equal = 0;
     for (int i = 0; i < count; ++i) {
         const int candidate = ind[i];
-        const float value = points_[static_cast<std::size_t>(candidate)][cutfeat];
+        const float value = column[std::ptrdiff_t{kt7::featureSize} * candidate];
         ind[below] = candidate;
         rest[others] = candidate;
         below += value < cutval.value ? 1 : 0;
@@ -219,7 +208,7 @@ void KDTreeIndex<kt7::FeatureDistance>::planeSplit(int* ind, int count, int cutf
     lim1 = lim2 = below;
     if (equal > 0) {
         const auto isEqual = [&](int candidate) {
-            return points_[static_cast<std::size_t>(candidate)][cutfeat] == cutval.value;
+            return column[std::ptrdiff_t{kt7::featureSize} * candidate] == cutval.value;
         };
         std::partition(rest, rest + others, isEqual);
         lim2 += equal;
@@ -232,23 +221,11 @@ void KDTreeIndex<kt7::FeatureDistance>::planeSplit(int* ind, int count, int cutf
 template <>
 void KDTreeIndex<kt7::FeatureDistance>::meanSplit(int* ind, int count, int& index, int& cutfeat,
                                                   kt7::SquaredDistance& cutval) {
-    typedef float Sixteen __attribute__((vector_size(64), aligned(4), may_alias));
-    const int sampled = std::min(count, static_cast<int>(SAMPLE_MEAN) + 1);
-    const auto feature = [&](int i) -> const Sixteen& {
-        return *reinterpret_cast<const Sixteen*>(points_[static_cast<std::size_t>(ind[i])]);
-    };
-    Sixteen mean = {}, variance = {};
-    for (int i = 0; i < sampled; ++i)
-        mean += feature(i);
-    mean *= 1.0f / static_cast<float>(sampled);
-    for (int i = 0; i < sampled; ++i) {
-        const Sixteen d = feature(i) - mean;
-        variance += d * d;
-    }
-    kt7::SquaredDistance variances[kt7::featureSize];
-    __builtin_memcpy(variances, &variance, sizeof variances);
-    cutfeat = selectDivision(variances);
-    cutval = mean[cutfeat];
+    float mean = 0.0f;
+    cutfeat = kt7::groupKernels->splitElement(
+        points_[0], ind, std::min(count, static_cast<int>(SAMPLE_MEAN) + 1),
+        static_cast<std::int32_t>(kt7::randomBelow(RAND_DIM)), &mean);
+    cutval = mean;
 
     int lim1 = 0, lim2 = 0;
     planeSplit(ind, count, cutfeat, cutval, lim1, lim2);
@@ -266,15 +243,15 @@ void KDTreeIndex<kt7::FeatureDistance>::freeIndex() {
 template <>
 auto KDTreeIndex<kt7::FeatureDistance>::divideTree(int* ind, int count) -> NodePtr {
     static_assert(sizeof(Node) == kt7::nodeBytes);
-    NodePtr node = ::new (distance_.memory->takeNode()) Node();
-    if (count == 1) {
-        node->divfeat = *ind;
-        node->point = points_[static_cast<std::size_t>(*ind)];
-    } else {
-        int left = 0;
-        meanSplit(ind, count, left, node->divfeat, node->divval);
-        node->child1 = divideTree(ind, left);
-        node->child2 = divideTree(ind + left, count - left);
+    NodePtr node = ::new (distance_.memory->takeNode()) Node{0, 0, std::bit_cast<float>(*ind)};
+    if (count > 1) {
+        int left = 0, feature = 0;
+        kt7::SquaredDistance value;
+        meanSplit(ind, count, left, feature, value);
+        divideTree(ind, left);
+        const NodePtr second = divideTree(ind + left, count - left);
+        *node = {static_cast<std::uint32_t>(feature) & 15u,
+                 static_cast<std::uint32_t>(second - node) & 0xfffffffu, value};
     }
     return node;
 }
@@ -295,32 +272,124 @@ void KDTreeIndex<kt7::FeatureDistance>::buildIndexImpl() {
     }
 }
 
+/// Answers all the queries of a set, each of which is a row of `features`, with several searches
+/// under way. None of them knows of the others.
 template <>
-void KDTreeIndex<kt7::FeatureDistance>::findNeighbors(ResultSet<kt7::SquaredDistance>& result,
-                                                      const float* vec,
+void KDTreeIndex<kt7::FeatureDistance>::findNeighbors(ResultSet<kt7::SquaredDistance>& lists,
+                                                      const float* features,
                                                       const SearchParams& searchParams) const {
+    using kt7::Search;
     const int maxCheck = searchParams.checks;
-    constexpr float epsError = 1.0f;
-    Heap<BranchSt> heap(*distance_.memory);
-    DynamicBitset& checked = distance_.memory->checked;
-    checked.reset();
-    int checkCount = 0;
-    for (const NodePtr& root : tree_roots_)
-        searchLevel<false>(result, vec, root, 0, checkCount, maxCheck, epsError, &heap, checked);
-    BranchSt branch;
-    while ((checkCount < maxCheck || !result.full()) && heap.popMin(branch)) {
-        if (result.worstDist() < branch.mindist)
-            break; // and so are all the others
-        searchLevel<false>(result, vec, branch.node, branch.mindist, checkCount, maxCheck, epsError,
-                           &heap, checked);
+    const int branchRoom = static_cast<int>(distance_.memory->searches[0].branchNodes.size()) - 1;
+    auto query = lists.queries.cbegin();
+
+    // Takes the root of the next tree, or else the nearest branch. Returns false when neither is
+    // left or worth it.
+    const auto turn = [&](Search& search) {
+        if (search.treesBegun < tree_roots_.size()) {
+            search.node = tree_roots_[search.treesBegun++];
+            search.distance = 0.0f;
+            return true;
+        }
+        if (search.branchCount == 0 || (search.checkCount >= maxCheck && search.best.full()))
+            return false;
+        float* const distances = search.branchDistances.data();
+        const void** const nodes = search.branchNodes.data();
+        std::fill_n(distances + search.branchCount, kt7::branchPadding,
+                    std::numeric_limits<float>::infinity());
+        const std::int32_t at = kt7::groupKernels->indexOfLeast(distances, search.branchCount);
+        search.distance = distances[at];
+        search.node = nodes[at];
+        --search.branchCount;
+        distances[at] = distances[search.branchCount];
+        nodes[at] = nodes[search.branchCount];
+        return !(search.best.worst() < search.distance); // or all the others are too far as well
+    };
+    const auto begin = [&](Search& search) {
+        if (query == lists.queries.cend())
+            return false;
+        search.vec = features + std::ptrdiff_t{kt7::featureSize} * query->candidate;
+        search.list = query->list;
+        ++query;
+        search.branchCount = search.checkCount = 0;
+        search.treesBegun = 0;
+        search.best.clear();
+        search.checked.reset();
+        return turn(search);
+    };
+    const auto check = [&](Search& search) {
+        const std::int32_t candidate = static_cast<const Node*>(search.node)->candidate();
+        const auto bit = static_cast<std::size_t>(candidate);
+        if (search.checked.test(bit) || (search.checkCount >= maxCheck && search.best.full()))
+            return;
+        search.checked.set(bit);
+        ++search.checkCount;
+        search.best.add(distance_(points_[0] + std::ptrdiff_t{kt7::featureSize} * candidate,
+                                  search.vec, kt7::featureSize),
+                        candidate);
+    };
+    // Goes down one level, or stays in a leaf. Which child is nearer can't be predicted, nor where
+    // a leaf comes, so there is no jump.
+    const auto descend = [&](Search& search) {
+        const Node* const node = static_cast<const Node*>(search.node);
+        const std::ptrdiff_t second = node->second;
+        const float diff = search.vec[node->feature] - node->value;
+        const std::ptrdiff_t first = -std::ptrdiff_t{diff < 0},
+                             inner = -std::ptrdiff_t{second != 0};
+        const std::ptrdiff_t nearer = (second ^ ((second ^ 1) & first)) & inner;
+        const float distance = search.distance + diff * diff;
+        const auto at = static_cast<std::size_t>(search.branchCount);
+        search.branchDistances[at] = distance;
+        const Node* const farther = node + (second + 1 - nearer);
+        __builtin_prefetch(farther);
+        search.branchNodes[at] = farther;
+        search.branchCount +=
+            (distance < search.best.worst()) & (search.branchCount < branchRoom) & (second != 0);
+        search.node = node + nearer;
+        return second != 0;
+    };
+
+    Search* under[kt7::searchesAtOnce];
+    int count = 0;
+    for (Search& search : distance_.memory->searches)
+        if (begin(search))
+            under[count++] = &search;
+    while (count > 0) {
+        for (bool inner = true; inner;) {
+            inner = false;
+            for (int i = 0; i < count; ++i)
+                inner |= descend(*under[i]);
+        }
+        for (int i = 0; i < count; ++i)
+            __builtin_prefetch(points_[0] +
+                               std::ptrdiff_t{kt7::featureSize} *
+                                   static_cast<const Node*>(under[i]->node)->candidate());
+        for (int i = 0; i < count;) {
+            Search& search = *under[i];
+            check(search);
+            bool goesOn = turn(search);
+            if (!goesOn) {
+                const std::ptrdiff_t first = std::ptrdiff_t{kt7::groupSize} * search.list;
+                search.best.copyTo(lists.matches + first, lists.distances + first);
+                goesOn = begin(search);
+            }
+            if (goesOn)
+                ++i;
+            else
+                under[i] = under[--count];
+        }
     }
 }
 
-// Forests are never stored.
+// Forests are never stored, copied or added to.
 template <>
 void KDTreeIndex<kt7::FeatureDistance>::saveIndex(FILE*) {}
 template <>
 void KDTreeIndex<kt7::FeatureDistance>::loadIndex(FILE*) {}
+template <>
+void KDTreeIndex<kt7::FeatureDistance>::copyTree(NodePtr&, const NodePtr&) {}
+template <>
+void KDTreeIndex<kt7::FeatureDistance>::addPointToTree(NodePtr, int) {}
 
 } // namespace flann
 
@@ -343,16 +412,17 @@ class ImBMAnn::Forest {
 
     void drop() noexcept { index_.reset(); }
 
-    void search(const float* query, std::int32_t checks, std::int32_t* matches, float* distances) {
-        best_.clear();
-        index_->findNeighbors(best_, query, flann::SearchParams(checks));
-        best_.copyTo(matches, distances);
+    /// The queries whose lists the caller wants, and room for them.
+    flann::ResultSet<SquaredDistance>& lists() { return lists_; }
+
+    void search(const float* features, std::int32_t checks) {
+        index_->findNeighbors(lists_, features, flann::SearchParams(checks));
     }
 
   private:
     ForestMemory memory_;
     std::int32_t trees_;
-    flann::ResultSet<kt7::SquaredDistance> best_;
+    flann::ResultSet<SquaredDistance> lists_;
     std::optional<Index> index_;
 };
 
@@ -410,17 +480,18 @@ void ImBMAnn::growForest() {
 }
 
 void ImBMAnn::search(ImBMResult& result) {
+    auto& lists = forest_->lists();
+    lists.matches = result.matchIdx.get();
+    lists.distances = result.matchDist.get();
+    lists.queries.clear();
     // In the order of a tree's leaves: a query takes nearly the way of the one before, through
     // nodes and features that are still in the cache.
     for (const int candidate : forest_->leafOrder()) {
         const std::int32_t y = candidate / candX_, x = candidate - y * candX_;
-        if (x % step_ != 0 || y % step_ != 0)
-            continue;
-        const std::ptrdiff_t first =
-            (std::ptrdiff_t{y / step_} * result.queryX + x / step_) * result.numMatches;
-        forest_->search(features_.get() + std::ptrdiff_t{featureSize} * candidate, checks_,
-                        result.matchIdx.get() + first, result.matchDist.get() + first);
+        if (x % step_ == 0 && y % step_ == 0)
+            lists.queries.push_back({candidate, y / step_ * result.queryX + x / step_});
     }
+    forest_->search(features_.get(), checks_);
 }
 
 void ImBMAnn::dropForest() noexcept {

@@ -58,8 +58,8 @@ struct ColourKernels {
 };
 KT7_DECLARE_KERNELS(ColourKernels, colourKernels);
 
-/// Fused row steps of the Lucy-Richardson deconvolution. All work on the weighted sum of `count` rows
-/// of n floats, which dst must not overlap.
+/// Fused row steps of the Lucy-Richardson deconvolution. All work on the weighted sum of `count`
+/// rows of n floats, which dst must not overlap.
 struct DeconvKernels {
     void (*weightedSum)(const float* const* rows, const float* weights, std::int32_t count,
                         float* dst, std::int32_t n);
@@ -316,9 +316,13 @@ struct GroupKernels {
     /// n + 13 samples each; those from n + 6 on have no influence.
     void (*featureRow)(const float* means, std::ptrdiff_t meansStride, float dcScale,
                        float* features, std::int32_t n);
-    /// Index of a least one of n keys; keys are read up to the next multiple of 8 and must be
+    /// Index of a least one of n keys; keys are read up to the next multiple of 16 and must be
     /// infinite there.
     std::int32_t (*indexOfLeast)(const float* keys, std::int32_t n);
+    /// Where to split a list of n features of 16 elements, numbered by `list`: the element whose
+    /// variance comes after `rank` larger ones. mean: its mean.
+    std::int32_t (*splitElement)(const float* features, const std::int32_t* list, std::int32_t n,
+                                 std::int32_t rank, float* mean);
 };
 KT7_DECLARE_KERNELS(GroupKernels, groupKernels);
 

@@ -448,36 +448,103 @@ void featureRow(const float* means, std::ptrdiff_t meansStride, float dcScale, f
     }
 }
 
+constexpr std::int32_t lanes = sizeof(Wide) / sizeof(float);
+
+KT7_INLINE void countLanes(WideMask& numbers) {
+    for (std::int32_t i = 0; i < lanes; ++i)
+        numbers[i] = i;
+}
+
+/// Keeps, in each lane, the lesser of two keys and its number.
+KT7_INLINE void keepLess(Wide& least, WideMask& where, const Wide& keys, const WideMask& numbers) {
+    const WideMask better = keys < least;
+    least = better ? keys : least;
+    where = better ? numbers : where;
+}
+
 std::int32_t indexOfLeast(const float* keys, std::int32_t n) {
-    constexpr std::int32_t lanes = sizeof(Wide) / sizeof(float);
-    WideMask here = {0, 1, 2, 3};
-    for (std::int32_t i = 4; i < lanes; ++i)
-        here[i] = i;
-    WideMask where = here;
-    Wide least;
-    load(keys, least);
-    for (std::int32_t i = lanes; i < n; i += lanes) {
-        here += lanes;
-        Wide next;
-        load(keys + i, next);
-        const WideMask better = next < least;
-        least = better ? next : least;
-        where = better ? here : where;
+    // Two minima that don't wait for each other.
+    WideMask here, where[2];
+    countLanes(here);
+    where[0] = here;
+    where[1] = here + lanes;
+    Wide least[2];
+    load(keys, least[0]);
+    load(keys + lanes, least[1]);
+    for (std::int32_t i = 2 * lanes; i < n; i += 2 * lanes) {
+        here += 2 * lanes;
+        Wide next[2];
+        load(keys + i, next[0]);
+        load(keys + i + lanes, next[1]);
+        keepLess(least[0], where[0], next[0], here);
+        keepLess(least[1], where[1], next[1], here + lanes);
     }
-    float best = least[0];
-    std::int32_t index = where[0];
-    for (int i = 1; i < lanes; ++i) {
-        const bool better = least[i] < best;
-        best = better ? least[i] : best;
-        index = better ? where[i] : index;
+    keepLess(least[0], where[0], least[1], where[1]);
+#if defined(__AVX__)
+    keepLess(least[0], where[0],
+             __builtin_shufflevector(least[0], least[0], 4, 5, 6, 7, 0, 1, 2, 3),
+             __builtin_shufflevector(where[0], where[0], 4, 5, 6, 7, 0, 1, 2, 3));
+    keepLess(least[0], where[0],
+             __builtin_shufflevector(least[0], least[0], 2, 3, 0, 1, 6, 7, 4, 5),
+             __builtin_shufflevector(where[0], where[0], 2, 3, 0, 1, 6, 7, 4, 5));
+#else
+    keepLess(least[0], where[0], __builtin_shufflevector(least[0], least[0], 2, 3, 0, 1),
+             __builtin_shufflevector(where[0], where[0], 2, 3, 0, 1));
+#endif
+    return least[0][1] < least[0][0] ? where[0][1] : where[0][0];
+}
+
+std::int32_t splitElement(const float* features, const std::int32_t* list, std::int32_t n,
+                          std::int32_t rank, float* mean) {
+    constexpr int parts = 16 / lanes;
+    // Deviations from the first feature, so that one pass gives mean and variance.
+    const float* const origin = features + std::ptrdiff_t{16} * list[0];
+    Wide base[parts], sum[parts] = {}, squares[parts] = {};
+    for (int p = 0; p < parts; ++p)
+        load(origin + p * lanes, base[p]);
+    for (std::int32_t i = 1; i < n; ++i) {
+        const float* const feature = features + std::ptrdiff_t{16} * list[i];
+        for (int p = 0; p < parts; ++p) {
+            Wide d;
+            load(feature + p * lanes, d);
+            d -= base[p];
+            sum[p] += d;
+            squares[p] += d * d;
+        }
     }
-    return index;
+    const float share = 1.0f / static_cast<float>(n);
+    // Variances are not negative, so they compare like their bits; the lowest four make room for a
+    // number that tells equal ones apart. Counting how many are larger needs no jump.
+    float sums[16];
+    WideMask number;
+    countLanes(number);
+    WideMask keys[parts], larger[parts] = {};
+    std::int32_t allKeys[16];
+    for (int p = 0; p < parts; ++p) {
+        __builtin_memcpy(sums + p * lanes, &sum[p], sizeof(Wide));
+        Wide variance = squares[p] - sum[p] * sum[p] * share;
+        variance = variance > 0.0f ? variance : Wide{};
+        __builtin_memcpy(&keys[p], &variance, sizeof(Wide));
+        keys[p] = (keys[p] & ~15) | (15 - p * lanes - number);
+        __builtin_memcpy(allKeys + p * lanes, &keys[p], sizeof(WideMask));
+    }
+    for (int j = 0; j < 16; ++j)
+        for (int p = 0; p < parts; ++p)
+            larger[p] -= allKeys[j] > keys[p];
+    WideMask chosen = {};
+    for (int p = 0; p < parts; ++p)
+        chosen |= larger[p] == rank ? number + p * lanes : WideMask{};
+    std::int32_t element = 0;
+    for (int i = 0; i < lanes; ++i)
+        element |= chosen[i];
+    *mean = origin[element] + sums[element] * share;
+    return element;
 }
 
 } // namespace
 
-const GroupKernels KT7_NAME(groupKernels){&dct8x8Forward, &dct8x8Inverse, &cubeForward,
-                                          &cubeInverse,   &dct4x4,        &filterGroups,
-                                          &normaliseRow,  &featureRow,    &indexOfLeast};
+const GroupKernels KT7_NAME(groupKernels){
+    &dct8x8Forward, &dct8x8Inverse, &cubeForward, &cubeInverse,  &dct4x4,
+    &filterGroups,  &normaliseRow,  &featureRow,  &indexOfLeast, &splitElement};
 
 } // namespace kt7

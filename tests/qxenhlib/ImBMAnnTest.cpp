@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <functional>
+#include <limits>
 #include <numbers>
 #include <random>
 #include <set>
 #include <vector>
 
+#include "prim/kernels/KernelTable.h"
 #include "prim/kernels/select.h"
 
 namespace kt7 {
@@ -160,6 +163,51 @@ TEST(BlockMatching, FillsTheListsOfAFlatTileAndOfTheSmallestOne) {
                 EXPECT_EQ(result.matchDist[static_cast<std::size_t>(q * 8 + j)], 0.0f);
         }
     }
+}
+
+// The choices that growing and searching leave to kernels, against plain ones.
+TEST(BlockMatching, SplitsAlongAWideElementAndTakesTheNearestBranch) {
+    std::mt19937 random(5);
+    std::normal_distribution<float> noise(0.0f, 1.0f);
+    std::vector<float> features(200 * 16);
+    for (std::size_t i = 0; i < features.size(); ++i)
+        features[i] = 3.0f + noise(random) * static_cast<float>(1 + i % 16 * 5 % 16);
+    std::vector<std::int32_t> list(200);
+    std::ranges::generate(list, [&, next = 0]() mutable { return next++ * 77 % 200; });
+    for (int target = 0; target <= static_cast<int>(bestCpuTarget()); ++target) {
+        selectKernels(static_cast<CpuTarget>(target));
+        for (const std::int32_t n : {2, 3, 8, 101}) {
+            std::vector<double> means(16), variances(16);
+            for (std::size_t e = 0; e < 16; ++e) {
+                const auto value = [&](std::int32_t i) {
+                    return double{
+                        features[static_cast<std::size_t>(list[static_cast<std::size_t>(i)]) * 16 +
+                                 e]};
+                };
+                for (std::int32_t i = 0; i < n; ++i)
+                    means[e] += value(i) / n;
+                for (std::int32_t i = 0; i < n; ++i)
+                    variances[e] += (value(i) - means[e]) * (value(i) - means[e]);
+            }
+            std::vector<double> sorted = variances;
+            std::ranges::sort(sorted, std::greater<>());
+            for (std::int32_t rank = 0; rank < 5; ++rank) {
+                float mean = 0.0f;
+                const auto element = static_cast<std::size_t>(
+                    groupKernels->splitElement(features.data(), list.data(), n, rank, &mean));
+                ASSERT_LT(element, 16u);
+                EXPECT_EQ(variances[element], sorted[static_cast<std::size_t>(rank)]);
+                EXPECT_NEAR(double{mean}, means[element], 1e-4);
+            }
+        }
+        for (std::size_t n = 1; n < 70; ++n) {
+            std::vector<float> keys(96, std::numeric_limits<float>::infinity());
+            std::generate_n(keys.begin(), n, [&] { return noise(random); });
+            EXPECT_EQ(groupKernels->indexOfLeast(keys.data(), static_cast<std::int32_t>(n)),
+                      std::ranges::min_element(keys) - keys.begin());
+        }
+    }
+    selectKernels(bestCpuTarget());
 }
 
 // Several trees have more branches than there are candidates.

@@ -7,6 +7,7 @@
 #include "tools/kt7/quietStderr.h"
 #include "tools/kt7/sampleScale.h"
 #include "tools/kt7/signals.h"
+#include "tools/kt7/trial.h"
 
 #include <OpenImageIO/imageio.h>
 
@@ -203,10 +204,18 @@ std::unique_ptr<ImageInput> openInput(const std::string& path, const std::string
     ImageSpec hints;
     hints.attribute("oiio:UnassociatedAlpha", 1);
     std::unique_ptr<ImageInput> in;
+    bool opens;
     {
         const QuietStderr quiet;
-        in = ImageInput::open(realPath, &hints);
+        // OpenImageIO 2.4 reads far behind the end of a damaged colour profile. One such file must
+        // not end the work on all the others.
+        opens = survives([&] { ImageInput::open(realPath, &hints); });
+        if (opens)
+            in = ImageInput::open(realPath, &hints);
     }
+    throwIfCancelled();
+    if (!opens)
+        throw UserError(about(path, "is damaged: reading its header fails"));
     // Fetched in any case: what nobody fetched is printed when the process ends.
     const std::string error = OIIO::has_error() ? OIIO::geterror() : std::string();
     if (in)

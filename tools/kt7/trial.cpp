@@ -1,0 +1,40 @@
+#include "tools/kt7/trial.h"
+
+#include <cerrno>
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kt7::tool {
+namespace {
+
+[[noreturn]] void runAndEnd(const std::function<void()>& work) {
+    for (const int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT})
+        std::signal(number, SIG_DFL);
+    const rlimit noCore{0, 0};
+    setrlimit(RLIMIT_CORE, &noCore);
+    try {
+        work();
+    } catch (...) {
+        // The parent will meet it, too.
+    }
+    _exit(0);
+}
+
+} // namespace
+
+bool survives(const std::function<void()>& work) {
+    const pid_t child = fork();
+    if (child == 0)
+        runAndEnd(work);
+    int status = 0;
+    pid_t ended = child;
+    if (child > 0)
+        while ((ended = waitpid(child, &status, 0)) < 0 && errno == EINTR) {
+        }
+    // Without a child there is no answer, and the work is most likely harmless.
+    return ended < 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+} // namespace kt7::tool

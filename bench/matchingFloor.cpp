@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <ctime>
-#include <memory>
 #include <mutex>
-#include <vector>
 
-#include "qxenhlib/Denoise3DCT.h"
 #include "qxenhlib/ImBMAnn.h"
 #include "qxenhlib/ImBMResult.h"
+#include "qxenhlib/LayerTiles.h"
 #include "qxutils/BlockProcPmPnT.h"
 #include "qxutils/NoiseNormalize.h"
 #include "qxutils/parallel.h"
@@ -39,23 +37,62 @@ class MatchingSteps {
 };
 
 namespace bench {
-namespace {
 
 using Plane = GIMG<std::int16_t>;
 
-// Busy seconds of the whole team.
-double layerFloor(const Denoise3DCT& denoiser, std::int32_t layer, const Plane& matchImage) {
-    Plane output(matchImage.width, matchImage.height);
-    const Plane* inputs[] = {&matchImage};
-    Plane* outputs[] = {&output};
+MatchingFloor::MatchingFloor(const std::uint8_t* rgb, std::int32_t width, std::int32_t height,
+                             const QxNoiseLevels& noise, bool fastMode) {
+    const auto padded = [](std::int32_t side) { return std::max(256, (side + 96) / 16 * 16 + 16); };
+    Plane luma(padded(width), padded(height));
+    NoiseNormalize curve;
+    const float normalised = curve.setup(noise.lumaLow, noise.lumaMid, noise.lumaHigh, 0.95f);
+    {
+        Plane u(luma.width, luma.height), v(luma.width, luma.height);
+        Plane* const planes[3] = {&luma, &u, &v};
+        const NoiseNormalize* const tables[3] = {&curve, &curve, &curve};
+        qxRGBToYUV(rgb, width * 3, width, height, planes, tables);
+    }
+    const float level = 2.5f * noise.lumaMid * (normalised / (1e-13f + noise.lumaMid));
+    const float layerNoise[] = {level, level, level, level};
+    const float channelGain[] = {1.0f, 1.0f, 1.0f, 1.0f};
+    denoiser_.setParams(fastMode, noise.noiseGrain, layerNoise, channelGain, 0.0f, 0.0f, 0.0f);
+    denoiser_.addChannel(luma);
+
+    // What the layers do to luma, up to the last image that is matched on.
+    PyramidLap16s& pyramid = *denoiser_.pyramids[0];
+    for (std::int32_t layer = Denoise3DCT::pyramidDepth; layer >= 0; --layer) {
+        Plane* detail = pyramid.levels[layer];
+        const bool residual = layer == Denoise3DCT::pyramidDepth;
+        images_[layer] = std::make_unique<Plane>(detail->width, detail->height);
+        if (residual)
+            for (std::int32_t y = 0; y < detail->height; ++y)
+                std::ranges::copy(detail->row(y), images_[layer]->row(y).begin());
+        else
+            pyramid.sumTopInto(0, 0, *images_[layer]);
+        if (layer == 0)
+            break;
+        LayerTiles tiles(denoiser_, layer, {&detail, 1},
+                         residual ? LayerTiles::MatchOn::level : LayerTiles::MatchOn::guide);
+        tiles.run(0, 1);
+        tiles.store();
+        if (!residual)
+            pyramid.foldTop();
+    }
+    denoiser_.pyramids[0].reset();
+}
+
+double MatchingFloor::layerSeconds(std::int32_t layer) const {
+    const Plane* const inputs[] = {images_[layer].get()};
+    Plane output(inputs[0]->width, inputs[0]->height);
+    Plane* const outputs[] = {&output};
     BlockProcPmPnT blocks;
     blocks.setup(1, inputs, 1, outputs, 128, 128, 8, 2);
     std::mutex mutex;
     double seconds = 0.0;
     parallelWorkers(maxThreads(), [&](std::int32_t) {
-        ImBMAnn matcher(denoiser.numTrees[layer], denoiser.checks[layer], 0.5f);
+        ImBMAnn matcher(denoiser_.numTrees[layer], denoiser_.checks[layer], 0.5f);
         ImBMResult record;
-        record.setGeometry(blocks.blockWidth, blocks.blockHeight, denoiser.blockStep[layer]);
+        record.setGeometry(blocks.blockWidth, blocks.blockHeight, denoiser_.blockStep[layer]);
         GIMG<float> tile(blocks.blockWidth, blocks.blockHeight);
         double mine = 0.0;
         for (std::int32_t x = 0, y = 0; blocks.getABlockLoc(&x, &y);) {
@@ -68,32 +105,10 @@ double layerFloor(const Denoise3DCT& denoiser, std::int32_t layer, const Plane& 
     return seconds;
 }
 
-} // namespace
-
-double matchingFloor(const std::uint8_t* rgb, std::int32_t width, std::int32_t height,
-                     const QxNoiseLevels& noise, bool fastMode) {
-    const auto padded = [](std::int32_t side) { return std::max(256, (side + 96) / 16 * 16 + 16); };
-    Plane luma(padded(width), padded(height));
-    {
-        Plane u(luma.width, luma.height), v(luma.width, luma.height);
-        Plane* const planes[3] = {&luma, &u, &v};
-        NoiseNormalize curve;
-        curve.setup(noise.lumaLow, noise.lumaMid, noise.lumaHigh, 0.95f);
-        const NoiseNormalize* const tables[3] = {&curve, &curve, &curve};
-        qxRGBToYUV(rgb, width * 3, width, height, planes, tables);
-    }
-    Denoise3DCT denoiser;
-    const float unused[4] = {};
-    denoiser.setParams(fastMode, noise.noiseGrain, unused, unused, 0.0f, 0.0f, 0.0f);
-    denoiser.addChannel(luma);
-    PyramidLap16s& pyramid = *denoiser.pyramids[0];
-    double seconds = layerFloor(denoiser, 3, *pyramid.levels[3]);
-    // Unfiltered, folding a level gives the very image that the next layer matches on, but for the
-    // noise that the layers below have taken out of it.
-    while (pyramid.levelCount > 0) {
-        pyramid.foldTop();
-        seconds += layerFloor(denoiser, pyramid.levelCount, *pyramid.levels[pyramid.levelCount]);
-    }
+double MatchingFloor::seconds() const {
+    double seconds = 0.0;
+    for (std::int32_t layer = 0; layer < Denoise3DCT::layers; ++layer)
+        seconds += layerSeconds(layer);
     return seconds / maxThreads();
 }
 

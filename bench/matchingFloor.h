@@ -2,16 +2,32 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "include/kt7lib/kt7types.h"
+#include "qxenhlib/Denoise3DCT.h"
+#include "qxutils/qxbase/IMG.h"
 
 namespace kt7::bench {
 
-/// Processor seconds, divided by the team, for building the search index of every tile of every
-/// layer and answering its queries, with the tiles, trees and checks that a denoise call over the
-/// same 8-bit RGB pixels uses, on the present team and with nothing else around them but the making
-/// of the features, which isn't counted.
-double matchingFloor(const std::uint8_t* rgb, std::int32_t width, std::int32_t height,
-                     const QxNoiseLevels& noise, bool fastMode);
+/// The matching of one denoise call, to be timed as often as wanted. The luma images that the
+/// layers match on are those of the call, coarser layers denoised; they are made once and kept.
+class MatchingFloor {
+  public:
+    /// From the 8-bit RGB pixels and the noise levels that the call gets.
+    MatchingFloor(const std::uint8_t* rgb, std::int32_t width, std::int32_t height,
+                  const QxNoiseLevels& noise, bool fastMode);
+
+    /// Processor seconds, divided by the team, for building the search index of every tile of every
+    /// layer and answering its queries, with the call's tiles, trees and checks, on the present
+    /// team and with nothing else around them but the making of the features, which isn't counted.
+    double seconds() const;
+
+  private:
+    double layerSeconds(std::int32_t layer) const;
+
+    Denoise3DCT denoiser_;
+    std::unique_ptr<GIMG<std::int16_t>> images_[Denoise3DCT::layers];
+};
 
 } // namespace kt7::bench

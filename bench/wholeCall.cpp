@@ -1,8 +1,9 @@
 // End-to-end benchmark: whole calls through the shared library, the share of each stage, memory.
 //
-//   kt7_bench_call [--image PHOTO] [--megapixels 9] [--threads 2] [--repeat 3]
+//   kt7_bench_call [--image PHOTO] [--megapixels 3 9 24] [--threads 2] [--repeat 3]
 //
-// The picture is the demo scene with sensor noise, or a photo repeated to the size asked for.
+// The picture is the demo scene with sensor noise, or a photo repeated to the size asked for. Calls
+// and the matching floor take turns, so that a machine that becomes slower does so for both.
 #include <OpenImageIO/imageio.h>
 #include <malloc.h>
 #include <sys/resource.h>
@@ -165,56 +166,127 @@ struct Options {
     std::int32_t chromaMedianMode = 0, fullQuality = 1;
 };
 
-// Medians over the runs; processor is divided by the team, so that it compares with the floor.
-struct Times {
-    double wall, processor;
+double median(std::vector<double> values) {
+    std::ranges::sort(values);
+    return values[values.size() / 2];
+}
+
+// One way to call, and what its runs took; processor time is divided by the team, so that it
+// compares with the floor.
+struct Call {
+    const char* name;
+    Options options;
+    std::int32_t threads;
+    std::vector<double> walls = {}, processors = {};
+    double bytesPerPixel = 0.0; // the most of all runs
 };
 
-Times timeCall(const char* name, const Picture& picture, const QxNoiseLevels& noise,
-               const Options& options, int repeat, bool stages) {
-    std::vector<double> walls, processors;
-    double megapixels = static_cast<double>(picture.width) * picture.height * 1e-6;
+void run(Call& call, const Picture& picture, const QxNoiseLevels& noise, bool stages) {
+    const double megapixels = static_cast<double>(picture.width) * picture.height * 1e-6;
+    const Options& options = call.options;
+    kt7::setMaxThreads(call.threads);
+    Picture work = picture;
+    PSImage image{1, work.rgb.data(), work.width * 3, work.width, work.height};
+    malloc_trim(0); // what earlier calls freed must not count as free room
+    resetPeakMemory();
+    const std::int64_t before = peakMemory();
+    const double processorBefore = processorSeconds();
+    std::map<std::string, double> threadsBefore = threadSeconds();
+    StageClock clock;
+    const Clock::time_point start = Clock::now();
+    const std::int32_t result = qxDenoiseKt7(
+        &clock.record, &image, &noise, options.lumaSmooth, options.sharpen,
+        options.chromaMedianMode, options.chromaSmooth, options.grain, options.fullQuality);
+    const double wall = secondsBetween(start, Clock::now());
+    if (result != 1)
+        throw std::runtime_error("qxDenoiseKt7 gave " + std::to_string(result));
+    const double processor = (processorSeconds() - processorBefore) / call.threads;
+    std::int64_t peak = peakMemory();
+    for (const auto& [stage, bytes] : clock.peaks)
+        peak = std::max(peak, bytes);
+    const auto perPixel = [&](std::int64_t bytes) {
+        return static_cast<double>(bytes - before) / (megapixels * 1e6);
+    };
+    call.walls.push_back(wall);
+    call.processors.push_back(processor);
+    call.bytesPerPixel = std::max(call.bytesPerPixel, perPixel(peak));
+    std::printf(
+        "%-22s %7.2f s  %6.3f s/MP  processor %7.2f s  %5.1f bytes/pixel beyond the image\n",
+        call.name, wall, wall / megapixels, processor, perPixel(peak));
+    std::printf("    busy seconds per thread:");
+    for (const auto& [thread, seconds] : threadSeconds())
+        if (const double busy = seconds - threadsBefore[thread]; busy > 0.01 * wall)
+            std::printf(" %.2f", busy);
+    std::printf("\n");
+    if (stages)
+        for (const auto& [stage, seconds] : clock.seconds)
+            std::printf("    %-24s %7.2f s  %5.1f %%  %5.1f bytes/pixel\n", stage.c_str() + 2,
+                        seconds, 100.0 * seconds / wall, perPixel(clock.peaks[stage]));
+    std::fflush(stdout);
+}
+
+// Measures a size, prints its table, and gives the seconds per megapixel in full quality.
+double measure(const Picture& picture, std::int32_t threads, int repeat) {
+    std::printf("%d x %d pixels, %d threads\n", picture.width, picture.height, threads);
+    const double megapixels = static_cast<double>(picture.width) * picture.height * 1e-6;
+    kt7::setMaxThreads(threads);
+
+    QxNoiseLevels noise{};
+    PSImage image{1, const_cast<std::uint8_t*>(picture.rgb.data()), picture.width * 3,
+                  picture.width, picture.height};
+    qxKt7NoiseEst(&image, &noise);
+    for (float* level : {&noise.lumaMid, &noise.lumaLow, &noise.lumaHigh})
+        *level *= 2.5f;
+    for (float* level : {&noise.chromaU, &noise.chromaV})
+        *level *= 4.0f;
+
+    const kt7::bench::MatchingFloor full(picture.rgb.data(), picture.width, picture.height, noise,
+                                         false);
+    const kt7::bench::MatchingFloor fast(picture.rgb.data(), picture.width, picture.height, noise,
+                                         true);
+    Call fullCall{"full quality", {}, threads};
+    Call allCall{"full, all stages", {0.03f, 0.5f, 0.03f, 0.01f, 1, 1}, threads};
+    Call fastCall{"fast", {0, 0, 0, 0, 0, 0}, threads};
+    Call serialCall{"full, one thread", {}, 1};
+    std::vector<double> fullFloors, fastFloors, estimates;
+    const auto timeFloor = [](const char* name, const kt7::bench::MatchingFloor& floor,
+                              std::vector<double>& times) {
+        times.push_back(floor.seconds());
+        std::printf("%-22s %7.2f s\n", name, times.back());
+    };
     for (int i = 0; i < repeat; ++i) {
-        Picture work = picture;
-        PSImage image{1, work.rgb.data(), work.width * 3, work.width, work.height};
-        malloc_trim(0); // what earlier calls freed must not count as free room
-        resetPeakMemory();
-        const std::int64_t before = peakMemory();
-        const double processorBefore = processorSeconds();
-        std::map<std::string, double> threadsBefore = threadSeconds();
-        StageClock clock;
+        kt7::setMaxThreads(threads);
+        timeFloor("floor, full quality", full, fullFloors);
+        run(fullCall, picture, noise, i == 0);
+        run(allCall, picture, noise, false);
+        timeFloor("floor, fast", fast, fastFloors);
+        run(fastCall, picture, noise, i == 0);
         const Clock::time_point start = Clock::now();
-        const std::int32_t result = qxDenoiseKt7(
-            &clock.record, &image, &noise, options.lumaSmooth, options.sharpen,
-            options.chromaMedianMode, options.chromaSmooth, options.grain, options.fullQuality);
-        const double wall = secondsBetween(start, Clock::now());
-        if (result != 1)
-            throw std::runtime_error("qxDenoiseKt7 gave " + std::to_string(result));
-        walls.push_back(wall);
-        const double processor = processorSeconds() - processorBefore;
-        processors.push_back(processor / kt7::maxThreads());
-        std::int64_t peak = peakMemory();
-        for (const auto& [stage, bytes] : clock.peaks)
-            peak = std::max(peak, bytes);
-        const auto perPixel = [&](std::int64_t bytes) {
-            return static_cast<double>(bytes - before) / (megapixels * 1e6);
-        };
-        std::printf(
-            "%-22s %7.2f s  %6.3f s/MP  processor %7.2f s  %5.1f bytes/pixel beyond the image\n",
-            name, wall, wall / megapixels, processor, perPixel(peak));
-        std::printf("    busy seconds per thread:");
-        for (const auto& [thread, seconds] : threadSeconds())
-            std::printf(" %.2f", seconds - threadsBefore[thread]);
-        std::printf("\n");
-        if (stages && i == repeat - 1)
-            for (const auto& [stage, seconds] : clock.seconds)
-                std::printf("    %-24s %7.2f s  %5.1f %%  %5.1f bytes/pixel\n", stage.c_str() + 2,
-                            seconds, 100.0 * seconds / wall, perPixel(clock.peaks[stage]));
-        std::fflush(stdout);
+        QxNoiseLevels unused{};
+        qxKt7NoiseEst(&image, &unused);
+        estimates.push_back(secondsBetween(start, Clock::now()));
+        if (threads > 1)
+            run(serialCall, picture, noise, false);
     }
-    std::ranges::sort(walls);
-    std::ranges::sort(processors);
-    return {walls[walls.size() / 2], processors[processors.size() / 2]};
+
+    const auto row = [&](const Call& call, const std::vector<double>& floors) {
+        std::printf("%-22s %7.2f s  %6.3f s/MP  floor %7.2f s  call / floor by wall time %.3f, by "
+                    "processor time %.3f  %5.1f bytes/pixel\n",
+                    call.name, median(call.walls), median(call.walls) / megapixels, median(floors),
+                    median(call.walls) / median(floors), median(call.processors) / median(floors),
+                    call.bytesPerPixel);
+    };
+    std::printf("medians of %d at %.1f megapixels\n", repeat, megapixels);
+    row(fullCall, fullFloors);
+    row(fastCall, fastFloors);
+    row(allCall, fullFloors);
+    if (threads > 1)
+        std::printf("one thread / %d threads: %.3f\n", threads,
+                    median(serialCall.walls) / median(fullCall.walls));
+    std::printf("estimate %.1f ms, estimate / fast call %.4f\n\n", 1e3 * median(estimates),
+                median(estimates) / median(fastCall.walls));
+    std::fflush(stdout);
+    return median(fullCall.walls) / megapixels;
 }
 
 } // namespace
@@ -222,53 +294,25 @@ Times timeCall(const char* name, const Picture& picture, const QxNoiseLevels& no
 int main(int argc, char** argv) try {
     CLI::App app{"End-to-end benchmark of the denoise call"};
     std::string imagePath;
-    double megapixels = 9.0;
-    int threads = kt7::maxThreads();
-    int repeat = 1;
-    bool noFloor = false;
+    std::vector<double> sizes = {3.0, 9.0, 24.0};
+    std::int32_t threads = kt7::maxThreads();
+    int repeat = 3;
     app.add_option("--image", imagePath,
                    "photo to repeat to the size; the demo scene when left out");
-    app.add_option("--megapixels", megapixels, "size of the picture");
-    app.add_option("--threads", threads, "threads of the team");
-    app.add_option("--repeat", repeat, "runs of each call; the median counts");
-    app.add_flag("--no-floor", noFloor, "leave the matching floor out");
+    app.add_option("--megapixels", sizes, "sizes of the picture")->check(CLI::PositiveNumber);
+    app.add_option("--threads", threads, "threads of the team")->check(CLI::PositiveNumber);
+    app.add_option("--repeat", repeat, "runs of each call; the median counts")
+        ->check(CLI::PositiveNumber);
     CLI11_PARSE(app, argc, argv);
 
-    kt7::setMaxThreads(threads);
-    const Picture picture =
-        imagePath.empty() ? demoPicture(megapixels) : repeatedPhoto(imagePath, megapixels);
-    std::printf("%d x %d pixels, %d threads\n", picture.width, picture.height, threads);
-
-    QxNoiseLevels noise{};
-    PSImage image{1, const_cast<std::uint8_t*>(picture.rgb.data()), picture.width * 3,
-                  picture.width, picture.height};
-    const Clock::time_point start = Clock::now();
-    qxKt7NoiseEst(&image, &noise);
-    const double estimate = secondsBetween(start, Clock::now());
-    std::printf("%-22s %7.3f s\n", "estimate", estimate);
-    for (float* level : {&noise.lumaMid, &noise.lumaLow, &noise.lumaHigh})
-        *level *= 2.5f;
-    for (float* level : {&noise.chromaU, &noise.chromaV})
-        *level *= 4.0f;
-
-    const Times full = timeCall("full quality", picture, noise, {}, repeat, true);
-    const Times fast = timeCall("fast", picture, noise, {0, 0, 0, 0, 0, 0}, repeat, true);
-    const Times all = timeCall("full, all stages", picture, noise,
-                               {0.03f, 0.5f, 0.03f, 0.01f, 1, 1}, repeat, false);
-    std::printf("estimate / fast call %.4f\n", estimate / fast.wall);
-    if (!noFloor) {
-        const double fullFloor = kt7::bench::matchingFloor(picture.rgb.data(), picture.width,
-                                                           picture.height, noise, false);
-        const double fastFloor = kt7::bench::matchingFloor(picture.rgb.data(), picture.width,
-                                                           picture.height, noise, true);
-        std::printf("matching floor: full %.2f s, fast %.2f s\n", fullFloor, fastFloor);
-        const auto ratios = [&](const char* kind, double f, double q, double a) {
-            std::printf("call / floor by %s time: full %.3f, fast %.3f, all stages %.3f\n", kind,
-                        f / fullFloor, q / fastFloor, a / fullFloor);
-        };
-        ratios("wall", full.wall, fast.wall, all.wall);
-        ratios("processor", full.processor, fast.processor, all.processor);
-    }
+    std::vector<double> costs;
+    for (const double size : sizes)
+        costs.push_back(
+            measure(imagePath.empty() ? demoPicture(size) : repeatedPhoto(imagePath, size), threads,
+                    repeat));
+    if (sizes.size() > 1)
+        std::printf("seconds per megapixel at %.0f / at %.0f megapixels: %.3f\n", sizes.back(),
+                    sizes.front(), costs.back() / costs.front());
     return 0;
 } catch (const std::exception& e) {
     std::fprintf(stderr, "kt7_bench_call: %s\n", e.what());

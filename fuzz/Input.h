@@ -80,6 +80,13 @@ class Input {
 #endif
 #endif
 
+template <class T>
+T sampleAt(const std::uint8_t* row, std::int32_t index) {
+    T sample;
+    std::memcpy(&sample, row + sizeof(T) * static_cast<std::size_t>(index), sizeof(T));
+    return sample;
+}
+
 /// Rows of a host that end with the last row's last byte. The sanitizer sees what reads or writes
 /// beyond them; without it a zone of known bytes on either side sees what writes.
 class Rows {
@@ -105,6 +112,10 @@ class Rows {
         return reinterpret_cast<T*>(data());
     }
 
+    /// A row as it is now and as the host filled it.
+    const std::uint8_t* row(std::int32_t y) const { return bytes_.get() + offset(y); }
+    const std::uint8_t* rowBefore(std::int32_t y) const { return before_.get() + offset(y); }
+
     void requireUntouched() const {
         require(std::memcmp(bytes_.get(), before_.get(), size_ + 2 * zone) == 0,
                 "a buffer that is only read, or of a refused call, stays as it is");
@@ -129,6 +140,9 @@ class Rows {
 #else
     static constexpr std::size_t zone = 64;
 #endif
+    std::size_t offset(std::int32_t y) const {
+        return zone + static_cast<std::size_t>(stepBytes) * static_cast<std::size_t>(y);
+    }
     void keep() {
         std::memcpy(before_.get(), bytes_.get(), size_ + 2 * zone);
     }

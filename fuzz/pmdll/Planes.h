@@ -23,6 +23,10 @@ void convertPlane(Input in, std::int32_t (*convert)(const S*, std::int32_t, std:
     dst.requireTouchedInRowsOnly();
     if (spoilt)
         dst.requireUntouched();
+    for (std::int32_t y = 0; !spoilt && y < height; ++y)
+        for (std::int32_t x = 0; x < width; ++x)
+            require(sampleAt<D>(dst.row(y), x) <= (sizeof(D) == 1 ? 255 : 32768),
+                    "samples end in range");
 }
 
 } // namespace kt7::fuzz

@@ -27,6 +27,15 @@ struct ScreenBuffer {
                 : refused      ? result == -1001
                                : std::ranges::find(good, result) != good.end(),
                 "results say what happened");
+        // The buffer held no opaque pixel.
+        const bool sameScale = !(factor < 0.99f || factor > 1.01f);
+        for (std::int32_t y = 0; !refused && y < height; ++y)
+            for (std::int32_t x = 0; x < width; ++x) {
+                const bool written =
+                    !sameScale || (x < image.record.width && y < image.record.height);
+                require((rows.row(y)[4 * x + 3] == 255) == written,
+                        "the picture is opaque and black surrounds it, unless it is not resized");
+            }
     }
 
     std::int32_t format;

@@ -7,6 +7,7 @@ namespace kt7 {
 std::int32_t Denoise3DCT::dnBaseLayer() {
     constexpr std::int32_t layer = pyramidDepth;
     std::vector<GIMG<std::int16_t>*> levels;
+    levels.reserve(static_cast<std::size_t>(channelCount));
     for (std::int32_t c = 0; c < channelCount; ++c)
         levels.push_back(pyramids[c]->levels[layer]);
     LayerTiles tiles(*this, layer, levels, LayerTiles::MatchOn::level);

@@ -9,6 +9,7 @@ std::int32_t Denoise3DCT::dnLayer2() {
         return 0;
     const std::int32_t layer = pyramids[0]->levelCount - 1;
     std::vector<GIMG<std::int16_t>*> levels;
+    levels.reserve(static_cast<std::size_t>(channelCount));
     for (std::int32_t c = 0; c < channelCount; ++c)
         levels.push_back(pyramids[c]->levels[layer]);
     LayerTiles tiles(*this, layer, levels, LayerTiles::MatchOn::guide);

@@ -91,7 +91,8 @@ void makeDirectory(const std::string& directory) {
 }
 
 int run(const Options& options) {
-    const auto [width, height] = parseSize(options.size);
+    const Size size = parseSize(options.size);
+    const int width = size.width, height = size.height;
     makeDirectory(options.directory);
     const auto pathOf = [&](const char* name) {
         return (std::filesystem::path(options.directory) / name).string();

@@ -283,10 +283,11 @@ class Painter {
             {0.06f, 0.06f, 0.06f}};
         constexpr float side = 0.042f, pitch = 0.050f;
         over({0.11f, 0.11f, 0.12f}, cover(box(x, y, 8 * pitch + 0.008f, 2 * pitch + 0.008f)));
-        for (int i = 0; i < 16; ++i)
-            over(patches[i],
-                 cover(box(x + 0.008f + pitch * static_cast<float>(i % 8),
-                           y + 0.008f + pitch * static_cast<float>(i / 8), side, side)));
+        for (int i = 0; i < 16; ++i) {
+            const int column = i % 8, row = i / 8;
+            over(patches[i], cover(box(x + 0.008f + pitch * static_cast<float>(column),
+                                       y + 0.008f + pitch * static_cast<float>(row), side, side)));
+        }
     }
 
     /// Spokes that meet in the middle: where they blur, resolution ends.

@@ -331,7 +331,7 @@ std::vector<Out> join(const Photo& photo, int channels, const std::vector<In>& r
 
 bool writePixels(const Photo& photo, ImageOutput& out) {
     const int channels = out.spec().nchannels;
-    const auto send = [&](TypeDesc type, const auto& samples) {
+    const auto send = [&](const TypeDesc& type, const auto& samples) {
         return out.write_image(type, samples.data());
     };
     const auto alphaTo8 = [](float a) { return static_cast<std::uint8_t>(a * 255.0f + 0.5f); };

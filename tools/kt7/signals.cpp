@@ -53,9 +53,10 @@ bool setDoomedFile(const char* path) noexcept {
     doomedSet = 0;
     if (path == nullptr)
         return true;
-    if (std::strlen(path) >= sizeof doomedPath)
+    const std::size_t bytes = std::strlen(path) + 1;
+    if (bytes > sizeof doomedPath)
         return false;
-    std::strcpy(doomedPath, path);
+    std::memcpy(doomedPath, path, bytes);
     doomedSet = 1;
     return true;
 }

@@ -9,9 +9,13 @@
 namespace kt7::tool {
 namespace {
 
+// Another thread may have held a lock when the process was forked; nobody would wait for ever.
+constexpr unsigned mostSeconds = 10;
+
 [[noreturn]] void runAndEnd(const std::function<void()>& work) {
-    for (const int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT})
+    for (const int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGALRM})
         std::signal(number, SIG_DFL);
+    alarm(mostSeconds);
     const rlimit noCore{0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
     try {
@@ -33,8 +37,9 @@ bool survives(const std::function<void()>& work) {
     if (child > 0)
         while ((ended = waitpid(child, &status, 0)) < 0 && errno == EINTR) {
         }
-    // Without a child there is no answer, and the work is most likely harmless.
-    return ended < 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    // Without an answer the work is most likely harmless.
+    const bool silent = ended < 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM);
+    return silent || (WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
 } // namespace kt7::tool

@@ -64,63 +64,70 @@ inline const void* runtimeAddress() noexcept {
     return reinterpret_cast<const void*>(&omp_get_max_threads);
 }
 
-/// Runs body(i) for i in 0..count-1, split evenly in ascending order (static schedule).
+/// Runs body(thread, threads, relay) once on every thread of the team, 0 being the caller's.
 template <class Body>
-void parallelRows(std::int32_t count, Body&& body) {
+void onTeam(Body&& body) {
     ExceptionRelay relay;
-#pragma omp parallel
-    {
+    const auto member = [&](std::int32_t thread, std::int32_t threads) {
         const FloatModeScope floatMode;
-#pragma omp for schedule(static)
-        for (std::int32_t i = 0; i < count; ++i)
-            relay.run([&] { body(i); });
+        relay.run([&] { body(thread, threads, relay); });
+    };
+    // The runtime makes a team of one anew for every region, and ends the process when there is no
+    // memory for it.
+    if (maxThreads() == 1) {
+        member(0, 1);
+    } else {
+#pragma omp parallel
+        member(omp_get_thread_num(), omp_get_num_threads());
     }
     relay.rethrow();
 }
 
-/// Splits 0..count-1 evenly and runs body(begin, end) once on each thread that gets a share; for
-/// loops that need scratch of their own.
+/// Splits 0..count-1 evenly in ascending order and runs body(begin, end) once on each thread that
+/// gets a share; for loops that need scratch of their own.
 template <class Body>
 void parallelRanges(std::int32_t count, Body&& body) {
-    ExceptionRelay relay;
-#pragma omp parallel
-    {
-        const FloatModeScope floatMode;
-        const std::int64_t thread = omp_get_thread_num();
-        const std::int64_t threads = omp_get_num_threads();
+    onTeam([&](std::int64_t thread, std::int64_t threads, const ExceptionRelay&) {
         const auto begin = static_cast<std::int32_t>(count * thread / threads);
         const auto end = static_cast<std::int32_t>(count * (thread + 1) / threads);
         if (begin < end)
-            relay.run([&] { body(begin, end); });
-    }
-    relay.rethrow();
+            body(begin, end);
+    });
+}
+
+/// Runs body(i) for i in 0..count-1, split in the same way.
+template <class Body>
+void parallelRows(std::int32_t count, Body&& body) {
+    onTeam([&](std::int64_t thread, std::int64_t threads, const ExceptionRelay& relay) {
+        const auto end = static_cast<std::int32_t>(count * (thread + 1) / threads);
+        for (auto i = static_cast<std::int32_t>(count * thread / threads);
+             i < end && !relay.raised(); ++i)
+            body(i);
+    });
 }
 
 /// Runs body(i) for i in 0..count-1, each handed to the next free thread.
 template <class Body>
 void parallelItems(std::int32_t count, Body&& body) {
-    ExceptionRelay relay;
-#pragma omp parallel
-    {
-        const FloatModeScope floatMode;
-#pragma omp for schedule(dynamic, 1)
-        for (std::int32_t i = 0; i < count; ++i)
-            relay.run([&] { body(i); });
-    }
-    relay.rethrow();
+    std::atomic<std::int64_t> next{0}; // passes the end once for each thread
+    onTeam([&](std::int32_t, std::int32_t, const ExceptionRelay& relay) {
+        for (std::int64_t i; (i = next.fetch_add(1, std::memory_order_relaxed)) < count;) {
+            if (relay.raised())
+                return;
+            body(static_cast<std::int32_t>(i));
+        }
+    });
 }
 
 /// Runs body(worker) once on each of at most `workers` threads, worker 0 on the calling thread.
 /// What work there is, the workers share out among themselves.
 template <class Body>
 void parallelWorkers(std::int32_t workers, Body&& body) {
-    ExceptionRelay relay;
-#pragma omp parallel num_threads(workers)
-    {
-        const FloatModeScope floatMode;
-        relay.run([&] { body(static_cast<std::int32_t>(omp_get_thread_num())); });
-    }
-    relay.rethrow();
+    // A smaller team would cost the runtime threads, and their memory once they are needed again.
+    onTeam([&](std::int32_t thread, std::int32_t, const ExceptionRelay&) {
+        if (thread < workers)
+            body(thread);
+    });
 }
 
 } // namespace kt7

@@ -35,8 +35,9 @@ constexpr std::size_t searchesAtOnce = 4;
 constexpr int branchPadding = 16;
 
 // State of the forests' random choices: one per thread and never seeded, so it runs on from tile to
-// tile, and the host's own generator is left alone.
-thread_local std::uint32_t forestState = 1;
+// tile, and the host's own generator is left alone. Where a thread's variables are made at first
+// use, a process that has no memory for them is ended; these stand from the thread's start.
+[[gnu::tls_model("initial-exec")]] thread_local std::uint32_t forestState = 1;
 
 /// Random integer from 0 to below - 1.
 std::uint32_t randomBelow(std::uint32_t below) {

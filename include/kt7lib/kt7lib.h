@@ -41,8 +41,9 @@ extern "C" {
  *
  * Returns 1 when the image is denoised; also 1, at once and with nothing done, while another call of
  * this function is running in the process. 0 when the callback cancelled. Negative on failure, with
- * the image unwritten: -898 or -1000 when memory runs out, -1000 for a null pointer, a side below 1
- * or a rowBytes too small for the row; other values from -1000 to -884 name an internal failure.
+ * the image unwritten: -1000, -999, -898, -892 or -885 when memory runs out, -1000 for a null
+ * pointer, a side below 1 or a rowBytes too small for the row; other values from -1000 to -884 name
+ * an internal failure.
  *
  * The noise model and block matching run on up to four threads of the process's OpenMP runtime. */
 int32_t qxDenoiseKt7(QxProgress* progress, PSImage* image, const QxNoiseLevels* noise,

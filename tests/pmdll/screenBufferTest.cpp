@@ -5,12 +5,10 @@
 #include <cmath>
 #include <limits>
 #include <random>
-#include <set>
 #include <thread>
 #include <vector>
 
 #include "include/kt7lib/kt7lib.h"
-#include "tests/support/failingAllocator.h"
 
 namespace {
 
@@ -303,34 +301,6 @@ TEST(ColourManagedPreview, ManyCallsAtOnceKeepTheirOwnProfiles) {
     for (std::thread& host : hosts)
         host.join();
     EXPECT_EQ(std::vector<int>(12), faults);
-}
-
-// Whatever request fails, the result says which half of the work it stopped.
-TEST(ColourManagedPreview, SurvivesFailingAllocations) {
-    if (!kt7::test::canFailAllocations())
-        GTEST_SKIP() << "the sanitizer owns the allocator";
-    const Image image(3, 30, 20);
-    const Bytes wide = blockOf(matrixProfile(0.21, 2.2));
-    const QxIccProfiles profiles = pair({}, wide);
-    Screen screen(15, 10), whole(15, 10);
-    const auto show = [&](Screen& to) {
-        return PSImageICC2QImage(&profiles, &image.host, to.data(), to.step, 15, 10, 0.5f);
-    };
-    ASSERT_EQ(1, show(whole));
-    std::set<std::int32_t> results;
-    for (std::int64_t n = 0, requests = 1; n < requests; ++n) {
-        std::int32_t result;
-        {
-            const kt7::test::FailAllocations failing(n, true);
-            result = show(screen);
-            requests = std::max(requests, kt7::test::FailAllocations::requests());
-        }
-        results.insert(result);
-        ASSERT_TRUE(result != 1 || screen.bytes == whole.bytes);
-    }
-    EXPECT_EQ((std::set<std::int32_t>{-1001, -500, 0}), results);
-    EXPECT_EQ(1, show(screen));
-    EXPECT_EQ(whole.bytes, screen.bytes);
 }
 
 TEST(SampleScales, EightBitsComeBackFromFifteen) {

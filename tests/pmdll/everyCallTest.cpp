@@ -10,6 +10,7 @@
 #include <bit>
 #include <cstring>
 #include <new>
+#include <ostream>
 #include <set>
 #include <span>
 #include <string>
@@ -79,6 +80,10 @@ struct Call {
     bool inPlace;                    // the image is written; else it stays as it is
     std::int32_t (*run)(Scene&);
 };
+
+void PrintTo(const Call& call, std::ostream* out) {
+    *out << call.name;
+}
 
 #define KT7_CALL(...) [](Scene& s) -> std::int32_t { return __VA_ARGS__; }
 

@@ -3,9 +3,14 @@
 #   scripts/test.sh [PRESET..]   presets of CMakePresets.json, ci when none is named
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
-"$root/scripts/setup.sh"
-cd "$root"
 [ $# -gt 0 ] || set -- ci
+packages=""
+for preset in "$@"; do
+    [ "$preset" != thread-sanitize ] || packages="clang libclang-rt-14-dev libomp-dev"
+done
+# shellcheck disable=SC2086
+"$root/scripts/setup.sh" $packages
+cd "$root"
 for preset in "$@"; do
     cmake --preset "$preset"
     cmake --build --preset "$preset"

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -168,7 +169,15 @@ struct Options {
 
 double median(std::vector<double> values) {
     std::ranges::sort(values);
-    return values[values.size() / 2];
+    return 0.5 * (values[(values.size() - 1) / 2] + values[values.size() / 2]);
+}
+
+// The median ratio of what was measured in the same turn: the clock of a machine drifts by more
+// from turn to turn than a call differs from its floor.
+double medianRatio(const std::vector<double>& above, const std::vector<double>& below) {
+    std::vector<double> ratios(above.size());
+    std::ranges::transform(above, below, ratios.begin(), std::divides<>());
+    return median(ratios);
 }
 
 // One way to call, and what its runs took; processor time is divided by the team, so that it
@@ -273,7 +282,7 @@ double measure(const Picture& picture, std::int32_t threads, int repeat) {
         std::printf("%-22s %7.2f s  %6.3f s/MP  floor %7.2f s  call / floor by wall time %.3f, by "
                     "processor time %.3f  %5.1f bytes/pixel\n",
                     call.name, median(call.walls), median(call.walls) / megapixels, median(floors),
-                    median(call.walls) / median(floors), median(call.processors) / median(floors),
+                    medianRatio(call.walls, floors), medianRatio(call.processors, floors),
                     call.bytesPerPixel);
     };
     std::printf("medians of %d at %.1f megapixels\n", repeat, megapixels);
@@ -282,9 +291,9 @@ double measure(const Picture& picture, std::int32_t threads, int repeat) {
     row(allCall, fullFloors);
     if (threads > 1)
         std::printf("one thread / %d threads: %.3f\n", threads,
-                    median(serialCall.walls) / median(fullCall.walls));
+                    medianRatio(serialCall.walls, fullCall.walls));
     std::printf("estimate %.1f ms, estimate / fast call %.4f\n\n", 1e3 * median(estimates),
-                median(estimates) / median(fastCall.walls));
+                medianRatio(estimates, fastCall.walls));
     std::fflush(stdout);
     return median(fullCall.walls) / megapixels;
 }

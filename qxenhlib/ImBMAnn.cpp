@@ -17,9 +17,10 @@
 #include "prim/filter.h"
 #include "prim/kernels/KernelTable.h"
 
-// The index is FLANN's, and so is its way to grow and to search. What it leaves to its types is
-// adapted here, by specialising members for our distance: where memory comes from, where chance
-// comes from, how large a node is, and the inner loops.
+// The index is FLANN's, and so are the rules by which its trees grow and are searched. The members
+// that follow them are written anew for our distance: nodes of eight bytes in memory that stays
+// from tile to tile, random choices that leave the host's generator alone, vector kernels, and
+// several searches under way.
 
 namespace kt7 {
 namespace {

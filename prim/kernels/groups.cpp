@@ -1,6 +1,6 @@
-// Block transforms and the group filter built on them. Every transform runs on rows of eight
-// floats; the multiply-adds of the cosine products decide its speed, so this file is built with
-// contraction.
+// Block transforms, the group filter built on them, and the matcher's features and choices. Every
+// transform runs on rows of eight floats; the multiply-adds of the cosine products decide its
+// speed, so this file is built with contraction.
 #include "prim/kernels/KernelTable.h"
 
 namespace kt7 {

@@ -16,5 +16,8 @@ else()
   target_compile_options(kt7_options INTERFACE
     -fsanitize=${KT7_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(kt7_options INTERFACE -fsanitize=${KT7_SANITIZE})
-  target_compile_definitions(kt7_options INTERFACE _GLIBCXX_ASSERTIONS)
+  string(REGEX MATCH "address" address "${KT7_SANITIZE}")
+  # Said by name, as not every compiler tells which sanitizer it builds with.
+  target_compile_definitions(kt7_options INTERFACE _GLIBCXX_ASSERTIONS KT7_SANITIZED
+    $<$<BOOL:${address}>:KT7_SANITIZED_ADDRESS>)
 endif()

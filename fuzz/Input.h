@@ -72,14 +72,6 @@ class Input {
     std::span<const std::uint8_t> rest_;
 };
 
-#if defined(__SANITIZE_ADDRESS__)
-#define KT7_FUZZ_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KT7_FUZZ_ADDRESS_SANITIZER 1
-#endif
-#endif
-
 template <class T>
 T sampleAt(const std::uint8_t* row, std::int32_t index) {
     T sample;
@@ -135,7 +127,7 @@ class Rows {
     const std::int32_t stepBytes;
 
   private:
-#ifdef KT7_FUZZ_ADDRESS_SANITIZER
+#if defined(KT7_SANITIZED_ADDRESS)
     static constexpr std::size_t zone = 0;
 #else
     static constexpr std::size_t zone = 64;

@@ -6,7 +6,7 @@
 #include <new>
 
 // The address sanitizer watches blocks of the C library alone.
-#if defined(__linux__) && !defined(__SANITIZE_ADDRESS__)
+#if defined(__linux__) && !defined(KT7_SANITIZED_ADDRESS)
 #include <sys/mman.h>
 #define KT7_MAP_LARGE_BLOCKS 1
 #else

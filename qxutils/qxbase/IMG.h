@@ -13,7 +13,7 @@
 #include "prim/rows.h"
 #include "qxutils/qxbase/QXRC.h"
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KT7_SANITIZED_ADDRESS)
 #include <sanitizer/asan_interface.h>
 #endif
 
@@ -122,7 +122,7 @@ struct IMG {
 
     // Under the address sanitizer the bytes between a row's end and the next row can't be touched.
     void guardRowEnds([[maybe_unused]] bool on) noexcept {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KT7_SANITIZED_ADDRESS)
         const std::size_t used = static_cast<std::size_t>(fullWidth) * N * sizeof(T);
         const std::size_t unused = static_cast<std::size_t>(stepBytes) - used;
         for (std::int32_t y = 0; y < fullHeight; ++y) {

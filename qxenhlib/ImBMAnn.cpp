@@ -450,6 +450,11 @@ void ImBMAnn::prepare(const ImBMResult& result) {
     means_.reset();
     features_.reset();
     forest_.reset();
+    listOf_.assign(static_cast<std::size_t>(result.candX) * static_cast<std::size_t>(result.candY),
+                   -1);
+    for (std::int32_t y = 0, list = 0; y < result.candY; y += result.step)
+        for (std::int32_t x = 0; x < result.candX; x += result.step)
+            listOf_[static_cast<std::size_t>(y * result.candX + x)] = list++;
     means_ = std::make_unique<GIMG<float>>(result.width + groupSize, result.height);
     for (std::int32_t y = 0; y < means_->height; ++y)
         std::ranges::fill(means_->row(y), 0.0f);
@@ -485,14 +490,16 @@ void ImBMAnn::search(ImBMResult& result) {
     auto& lists = forest_->lists();
     lists.matches = result.matchIdx.get();
     lists.distances = result.matchDist.get();
-    lists.queries.clear();
     // In the order of a tree's leaves: a query takes nearly the way of the one before, through
-    // nodes and features that are still in the cache.
+    // nodes and features that are still in the cache. Which candidates have a list can't be
+    // predicted there, so each is written, over the one before if that has none.
+    lists.queries.resize(static_cast<std::size_t>(result.queryX * result.queryY) + 1);
+    Query* end = lists.queries.data();
     for (const int candidate : forest_->leafOrder()) {
-        const std::int32_t y = candidate / candX_, x = candidate - y * candX_;
-        if (x % step_ == 0 && y % step_ == 0)
-            lists.queries.push_back({candidate, y / step_ * result.queryX + x / step_});
+        *end = {candidate, listOf_[static_cast<std::size_t>(candidate)]};
+        end += end->list >= 0 ? 1 : 0;
     }
+    lists.queries.pop_back();
     forest_->search(features_.get(), checks_);
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "prim/memory.h"
 #include "qxenhlib/ImBMResult.h"
@@ -44,6 +45,7 @@ class ImBMAnn {
     float dcScale_;
     std::unique_ptr<GIMG<float>> means_; ///< 2x2 means, with spare columns on the right
     PrimPtr<float> features_;            ///< 16 per candidate
+    std::vector<std::int32_t> listOf_;   ///< of a candidate; -1 where it is no query
     std::unique_ptr<Forest> forest_;
 };
 

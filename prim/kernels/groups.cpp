@@ -27,9 +27,17 @@ KT7_INLINE void store(const Row& row, float* to) {
     *reinterpret_cast<LooseRow*>(to) = row;
 }
 
+KT7_INLINE Row magnitude(const Row& c) {
+    return Row(Mask(c) & 0x7fffffff);
+}
+KT7_INLINE bool anyOf(const Mask& m) {
+    using Bits = long long __attribute__((vector_size(32)));
+    return __builtin_ia32_ptestz256(Bits(m), Bits(m)) == 0;
+}
+
 /// Zeroes the elements of c that are strictly between -t and t, and counts them down in each lane.
 KT7_INLINE void dropWeak(Row& c, const Row& t, Mask& dropped) {
-    const Mask weak = (c < t) & (c > -t);
+    const Mask weak = magnitude(c) < t;
     c = weak ? Row{} : c;
     dropped += weak;
 }
@@ -86,8 +94,11 @@ KT7_INLINE Row operator*(float a, const Row& b) {
 KT7_INLINE void operator+=(Row& a, const Row& b) {
     a = a + b;
 }
-KT7_INLINE void operator+=(Row& a, float b) {
-    a = {a.low + b, a.high + b};
+KT7_INLINE void operator+=(Mask& a, const Mask& b) {
+    a = {a.low + b.low, a.high + b.high};
+}
+KT7_INLINE Mask operator+(const Mask& a, std::int32_t b) {
+    return {a.low + b, a.high + b};
 }
 KT7_INLINE void operator*=(Row& a, float b) {
     a = a * b;
@@ -105,8 +116,17 @@ KT7_INLINE void store(const Row& row, float* to) {
     *reinterpret_cast<LooseHalf*>(to + 4) = row.high;
 }
 
+KT7_INLINE Half magnitude(const Half& c) {
+    return Half(HalfMask(c) & 0x7fffffff);
+}
+KT7_INLINE bool anyOf(const Mask& m) {
+    using Bits = long long __attribute__((vector_size(16)));
+    const Bits bits = Bits(m.low | m.high);
+    return (bits[0] | bits[1]) != 0;
+}
+
 KT7_INLINE void dropWeak(Half& c, const Half& t, HalfMask& dropped) {
-    const HalfMask weak = (c < t) & (c > -t);
+    const HalfMask weak = magnitude(c) < t;
     c = weak ? Half{} : c;
     dropped += weak;
 }
@@ -143,9 +163,10 @@ KT7_INLINE void transpose8(Row (&x)[side]) {
 
 // Eight rows that lie `stride` samples apart. Unrolled by force: an array that a loop runs over
 // would stay in memory.
+template <int count = side>
 KT7_INLINE void load8(const float* from, std::ptrdiff_t stride, Row (&x)[side]) {
 #pragma GCC unroll 8
-    for (int i = 0; i < side; ++i)
+    for (int i = 0; i < count; ++i)
         load(from + i * stride, x[i]);
 }
 KT7_INLINE void store8(const Row (&x)[side], float* to, std::ptrdiff_t stride) {
@@ -176,14 +197,23 @@ KT7_INLINE void forward8(Row (&x)[side]) {
 }
 
 /// Transposed flow of forward8, larger than the inverse of the orthonormal DCT by the same factor.
+/// Only the first `given` of x, 4 or 8, are looked at; the rest counts as zero.
+template <int given = side>
 KT7_INLINE void inverse8(Row (&x)[side]) {
-    const Row p = c2 * x[2] + c6 * x[6], q = c6 * x[2] - c2 * x[6];
-    const Row s = x[0] + x[4], d = x[0] - x[4];
+    Row p = c2 * x[2], q = c6 * x[2], s = x[0], d = x[0];
+    Row o0 = c1 * x[1] + c3 * x[3], o1 = c5 * x[3] - c7 * x[1];
+    Row o2 = c3 * x[1] - c7 * x[3], o3 = c5 * x[1] - c1 * x[3];
+    if constexpr (given == side) {
+        p = p + c6 * x[6];
+        q = q - c2 * x[6];
+        s = s + x[4];
+        d = d - x[4];
+        o0 = o0 + c5 * x[5] + c7 * x[7];
+        o1 = o1 - c3 * x[5] + c1 * x[7];
+        o2 = o2 - c1 * x[5] - c5 * x[7];
+        o3 = o3 + c7 * x[5] + c3 * x[7];
+    }
     const Row a = s + p, b = s - p, c = d + q, e = d - q;
-    const Row o0 = c1 * x[1] + c3 * x[3] + c5 * x[5] + c7 * x[7];
-    const Row o1 = c5 * x[3] - c7 * x[1] - c3 * x[5] + c1 * x[7];
-    const Row o2 = c3 * x[1] - c7 * x[3] - c1 * x[5] - c5 * x[7];
-    const Row o3 = c5 * x[1] - c1 * x[3] + c7 * x[5] + c3 * x[7];
     x[0] = a + o0;
     x[7] = a - o0;
     x[4] = b + o1;
@@ -256,19 +286,24 @@ struct Survivors {
     std::int32_t kept;
     float sumAll, sumKept; // in the cube's enlarged units; only with sums asked for
     float mean;            // element 0 after thresholding
+    // Whether something but the first four rows, or lanes, of the slices survived.
+    bool highRows, highLanes;
 };
 
 /// Transform along the group, threshold, and transform back, one row of the eight slices at a time:
-/// coefficients never leave the registers.
+/// coefficients never leave the registers. Of most groups little survives but low frequencies, so
+/// what is zero is not transformed back.
 template <bool withSums>
 KT7_INLINE void shrinkGroup(float* cube, const float* thresholds, Survivors& found) {
-    Mask dropped = {};
+    Mask kept = {};
     Row sumAll = {}, sumKept = {};
+    found.highRows = false;
     for (int at = 0; at < blockSize; at += side) {
         Row x[side], t;
         load8(cube + at, blockSize, x);
         load(thresholds + at, t);
         forward8(x);
+        Mask dropped = {};
 #pragma GCC unroll 8
         for (Row& c : x) {
             if constexpr (withSums)
@@ -279,13 +314,18 @@ KT7_INLINE void shrinkGroup(float* cube, const float* thresholds, Survivors& fou
         }
         if (at == 0)
             found.mean = x[0][0];
-        inverse8(x);
+        const Mask keptHere = dropped + side;
+        if (anyOf(keptHere)) {
+            kept += keptHere;
+            found.highRows |= at >= blockSize / 2;
+            inverse8(x);
+        }
         store8(x, cube + at, blockSize);
     }
-    std::int32_t count = side * blockSize;
+    found.kept = 0;
     for (int i = 0; i < side; ++i)
-        count += dropped[i];
-    found.kept = count;
+        found.kept += kept[i];
+    found.highLanes = (kept[4] | kept[5] | kept[6] | kept[7]) != 0;
     if constexpr (withSums) {
         found.sumAll = sumOf(sumAll);
         found.sumKept = sumOf(sumKept);
@@ -294,6 +334,26 @@ KT7_INLINE void shrinkGroup(float* cube, const float* thresholds, Survivors& fou
 
 // Three enlarged axes there and three back make 512; there alone, its square root.
 constexpr float cubeEnlargement = 22.627417f;
+
+/// Takes the eight slices out of the frequencies and adds them to the sums, times `factor`.
+template <int rows, int lanes>
+void addSlices(const GroupFilterJob& job, const std::ptrdiff_t (&sumsAt)[side], float factor) {
+    for (int j = 0; j < side; ++j) {
+        Row x[side];
+        load8<rows>(job.cube + j * blockSize, side, x);
+        inverse8<rows>(x);
+        transpose8(x);
+        inverse8<lanes>(x);
+        float* to = job.sums + sumsAt[j];
+#pragma GCC unroll 8
+        for (int i = 0; i < side; ++i) {
+            Row sum;
+            load(to + i * job.sumsStride, sum);
+            sum += x[i] * factor;
+            store(sum, to + i * job.sumsStride);
+        }
+    }
+}
 
 template <bool withBoost>
 void filterGroupsWith(const GroupFilterJob& job) {
@@ -328,37 +388,29 @@ void filterGroupsWith(const GroupFilterJob& job) {
         Survivors found;
         shrinkGroup<withBoost>(cube, thresholds, found);
         const float weight = 1.0f / static_cast<float>(found.kept + 1);
-        float factor = weight * (1.0f / (side * blockSize)), lift = 0.0f;
+        float factor = weight * (1.0f / (side * blockSize));
         if constexpr (withBoost) {
             const float all = found.sumAll * (1.0f / cubeEnlargement);
             const float kept = found.sumKept * (1.0f / cubeEnlargement);
             float gain = (all / (kept + 0.001f) - 1.0f) * job.boost + 1.0f;
             gain = gain < job.gainCap ? gain : job.gainCap;
             if (gain > 1.05f) {
-                // The mean keeps its size: what the gain adds to it is taken off every sample.
-                lift = found.mean * (1.0f - gain) * factor;
                 factor *= gain;
+                // The mean keeps its size: what the gain adds to it is taken off each slice's.
+                for (int j = 0; j < side; ++j)
+                    cube[j * blockSize] += found.mean * (1.0f / gain - 1.0f);
             }
         }
 
-        for (int j = 0; j < side; ++j) {
-            Row x[side];
-            load8(cube + j * blockSize, side, x);
-            inverse8(x);
-            transpose8(x);
-            inverse8(x);
-            float* to = job.sums + sumsAt[j];
-#pragma GCC unroll 8
-            for (int i = 0; i < side; ++i) {
-                Row sum;
-                load(to + i * job.sumsStride, sum);
-                sum += x[i] * factor;
-                if constexpr (withBoost)
-                    sum += lift;
-                store(sum, to + i * job.sumsStride);
-            }
-            job.weights[weightAt[j]] += weight;
-        }
+        for (const std::ptrdiff_t at : weightAt)
+            job.weights[at] += weight;
+        if (found.kept == 0)
+            continue;
+        const auto add = found.highLanes
+                             ? found.highRows ? &addSlices<side, side> : &addSlices<side / 2, side>
+                         : found.highRows ? &addSlices<side, side / 2>
+                                          : &addSlices<side / 2, side / 2>;
+        add(job, sumsAt, factor);
     }
 }
 

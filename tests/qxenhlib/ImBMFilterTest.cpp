@@ -105,12 +105,17 @@ TEST(GroupFilter, FollowsItsDefinitionOnEveryTarget) {
     struct Case {
         std::int32_t width, height, step;
         float scale, boost;
+        int rows = 8, columns = 8; // frequencies beyond these are dropped
     };
     for (const Case& c :
          {Case{47, 40, 3, 0.06f, 0.0f}, Case{47, 40, 3, 0.06f, 0.05f}, Case{40, 33, 2, 0.06f, 0.3f},
           Case{33, 47, 3, 0.1f, 1.0f}, Case{16, 9, 3, 0.02f, 0.3f}, Case{40, 33, 4, 0.0f, 0.0f},
-          Case{40, 33, 4, 50.0f, 0.0f}}) {
-        const Scene scene(c.width, c.height, c.step, 11);
+          Case{40, 33, 4, 50.0f, 0.0f}, Case{40, 33, 4, 0.06f, 0.0f, 4, 8},
+          Case{40, 33, 4, 0.06f, 1.0f, 8, 4}, Case{40, 33, 4, 0.06f, 1.0f, 4, 4}}) {
+        Scene scene(c.width, c.height, c.step, 11);
+        for (int i = 0; i < 64; ++i)
+            if (i / 8 >= c.rows || i % 8 >= c.columns)
+                scene.thresholds[static_cast<std::size_t>(i)] = 1e3f;
         const std::vector<double> expected =
             filterByDefinition(scene, double{c.scale}, double{c.boost});
         for (int target = 0; target <= static_cast<int>(bestCpuTarget()); ++target) {

@@ -25,7 +25,9 @@ static double gaussian(void) {
     return sum;
 }
 
-static double ramp(int x) { return 40.0 + 170.0 * x / width; }
+static double ramp(int x) {
+    return 40.0 + 170.0 * x / width;
+}
 
 static double deviationFromRamp(const uint8_t* rgb) {
     double sum = 0.0;

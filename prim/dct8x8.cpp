@@ -5,13 +5,15 @@
 namespace kt7 {
 
 PrimStatus primDCT8x8Fwd32fC1I(float* block) {
-    if (block == nullptr) return primNullPtr;
+    if (block == nullptr)
+        return primNullPtr;
     groupKernels->dct8x8Forward(block);
     return primOk;
 }
 
 PrimStatus primDCT8x8Inv32fC1I(float* block) {
-    if (block == nullptr) return primNullPtr;
+    if (block == nullptr)
+        return primNullPtr;
     groupKernels->dct8x8Inverse(block);
     return primOk;
 }

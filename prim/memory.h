@@ -31,4 +31,4 @@ struct PrimFree {
 template <class T>
 using PrimPtr = std::unique_ptr<T[], PrimFree>;
 
-}  // namespace kt7
+} // namespace kt7

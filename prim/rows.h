@@ -1,4 +1,5 @@
-// The one place where a byte step is added to a pointer, and the argument checks of plane operations.
+// The one place where a byte step is added to a pointer, and the argument checks of plane
+// operations.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +10,8 @@
 
 namespace kt7 {
 
-/// First sample of row y of a plane whose rows lie stepBytes apart. y may be negative or lie past the
-/// image as long as the row exists in the storage.
+/// First sample of row y of a plane whose rows lie stepBytes apart. y may be negative or lie past
+/// the image as long as the row exists in the storage.
 template <class T>
 inline T* rowAt(T* plane, std::int32_t stepBytes, std::int32_t y) {
     using Byte = std::conditional_t<std::is_const_v<T>, const unsigned char, unsigned char>;
@@ -23,4 +24,4 @@ inline PrimStatus checkSize(PrimSize size) {
     return size.width < 1 || size.height < 1 ? primBadSize : primOk;
 }
 
-}  // namespace kt7
+} // namespace kt7

@@ -4,10 +4,16 @@
 
 namespace kt7 {
 
-void nDCT8x8x8(float* cube) { groupKernels->cubeForward(cube); }
+void nDCT8x8x8(float* cube) {
+    groupKernels->cubeForward(cube);
+}
 
-void nIDCT8x8x8(float* cube) { groupKernels->cubeInverse(cube); }
+void nIDCT8x8x8(float* cube) {
+    groupKernels->cubeInverse(cube);
+}
 
-void dct4x4(float* block) { groupKernels->dct4x4(block); }
+void dct4x4(float* block) {
+    groupKernels->dct4x4(block);
+}
 
 } // namespace kt7

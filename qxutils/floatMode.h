@@ -48,4 +48,4 @@ class FloatModeScope {
     std::uint64_t before_;
 };
 
-}  // namespace kt7
+} // namespace kt7

@@ -15,33 +15,34 @@ extern "C" {
 
 /* Denoises an image in place.
  *
- * progress         progress record, required; see QxProgress. The callback runs on the calling thread.
- * image            8-bit when format is 1, otherwise read as 16-bit RGB on the scale 0..32768. Samples
- *                  of 32768 are held at 32767 before anything else happens. Apart from that the
- *                  pixels are written once, at the end: a cancelled or failed call leaves them as
- *                  they were.
- * noise            noise levels, as qxKt7NoiseEst measures them or as set by a user. Camera JPEGs hold
- *                  noise that the estimate reads low; multiplying the five levels by 1.5 to 4 is
- *                  usual.
+ * progress         progress record, required; see QxProgress. The callback runs on the calling
+ *                  thread.
+ * image            8-bit when format is 1, otherwise read as 16-bit RGB on the scale 0..32768.
+ *                  Samples of 32768 are held at 32767 before anything else happens. Apart from that
+ *                  the pixels are written once, at the end: a cancelled or failed call leaves them
+ *                  as they were.
+ * noise            noise levels, as qxKt7NoiseEst measures them or as set by a user. Camera JPEGs
+ *                  hold noise that the estimate reads low; multiplying the five levels by 1.5 to 4
+ *                  is usual.
  * lumaSmooth       0 is off. Strength of an edge-preserving smoothing of luma, where 1.0 is full
- *                  scale; 0.01 to 0.05 is usual, and values up to 0.0001 are off. The pass limits luma
- *                  at 0.64 of full scale (on the noise-normalised scale that the work is done in), so
- *                  highlights above that come out darker and flat: leave it off unless a flat look is
- *                  wanted.
+ *                  scale; 0.01 to 0.05 is usual, and values up to 0.0001 are off. The pass limits
+ *                  luma at 0.64 of full scale (on the noise-normalised scale that the work is done
+ *                  in), so highlights above that come out darker and flat: leave it off unless a
+ *                  flat look is wanted.
  * sharpen          0 is off, above 0.01 on. The blur radius, less 0.3, that a Lucy-Richardson
- *                  deconvolution of luma takes out, in pixels; 0.2 to 1 is usual. It also restores some
- *                  contrast in filtered detail.
+ *                  deconvolution of luma takes out, in pixels; 0.2 to 1 is usual. It also restores
+ *                  some contrast in filtered detail.
  * chromaMedianMode 0 or less is off; 1 or 2 runs a 3x3 cross median over both chroma planes first.
  * chromaSmooth     0 is off. Strength of the edge-preserving smoothing of both chroma planes.
- * grain            0 is off. Standard deviation of Gaussian noise added to luma at the end, where 1.0
- *                  is full scale. It differs from call to call.
+ * grain            0 is off. Standard deviation of Gaussian noise added to luma at the end, where
+ *                  1.0 is full scale. It differs from call to call.
  * fullQuality      0 for the quick block search, anything else for the thorough one.
  *
  * A strength that is negative or not a number counts as off, a noise level likewise as 0.
  *
- * Returns 1 when the image is denoised; also 1, at once and with nothing done, while another call of
- * this function is running in the process. 0 when the callback cancelled. Negative on failure, with
- * the image unwritten: -1000, -999, -898, -892 or -885 when memory runs out, -1000 for a null
+ * Returns 1 when the image is denoised; also 1, at once and with nothing done, while another call
+ * of this function is running in the process. 0 when the callback cancelled. Negative on failure,
+ * with the image unwritten: -1000, -999, -898, -892 or -885 when memory runs out, -1000 for a null
  * pointer, a side below 1 or a rowBytes too small for the row; other values from -1000 to -884 name
  * an internal failure.
  *
@@ -55,8 +56,8 @@ int32_t qxDenoiseKt7(QxProgress* progress, PSImage* image, const QxNoiseLevels* 
  * image  read only; 8-bit when format is 1, otherwise 16-bit RGB on the scale 0..32768.
  * levels written: all six fields.
  *
- * Returns 1 when measured. 0 when a side is below 148 pixels, with 1e-5 in the five levels and 0.3 in
- * noiseGrain; also 0, with nothing written when levels is null, for a null image or data, or a
+ * Returns 1 when measured. 0 when a side is below 148 pixels, with 1e-5 in the five levels and 0.3
+ * in noiseGrain; also 0, with nothing written when levels is null, for a null image or data, or a
  * rowBytes too small for the row. When memory runs out a C++ exception leaves the function: the int
  * 102 or std::bad_alloc. */
 int32_t qxKt7NoiseEst(PSImage* image, QxNoiseLevels* levels);
@@ -65,31 +66,31 @@ int32_t qxKt7NoiseEst(PSImage* image, QxNoiseLevels* levels);
  *
  * image    read only. Formats 1 and 5 are read as 8-bit RGB, 3 and 6 as 16-bit RGB on the scale
  *          0..32768, all with 3 samples a pixel.
- * dst      dstHeight rows of dstWidth pixels of 4 bytes in the order B, G, R, A, dstStep bytes apart;
- *          A becomes 255. 16-bit samples are divided by 128 and held at 255.
+ * dst      dstHeight rows of dstWidth pixels of 4 bytes in the order B, G, R, A, dstStep bytes
+ *          apart; A becomes 255. 16-bit samples are divided by 128 and held at 255.
  * dstStep  at least 4 * dstWidth
- * factor   scale of the result. From 0.99 to 1.01, or not a number: no resampling, and pixels of dst
- *          beyond the image stay as they were. Otherwise the image is resized by linear interpolation
- *          so that its corner pixels stay corner pixels; pixels of dst beyond the resized image become
- *          opaque black, which is all of dst for a factor of 0 or below. Below about 0.5 linear
- *          interpolation skips pixels, so fine texture can alias. dstWidth and dstHeight should be the
- *          image's sides times factor, rounded down.
+ * factor   scale of the result. From 0.99 to 1.01, or not a number: no resampling, and pixels of
+ *          dst beyond the image stay as they were. Otherwise the image is resized by linear
+ *          interpolation so that its corner pixels stay corner pixels; pixels of dst beyond the
+ *          resized image become opaque black, which is all of dst for a factor of 0 or below. Below
+ *          about 0.5 linear interpolation skips pixels, so fine texture can alias. dstWidth and
+ *          dstHeight should be the image's sides times factor, rounded down.
  *
- * Returns 1 when done; -3, with nothing written, when the format does not have 3 channels; -1001 when
- * memory runs out, or, with nothing written, for a null pointer, a side below 1, or a rowBytes or
- * dstStep too small for the row. */
+ * Returns 1 when done; -3, with nothing written, when the format does not have 3 channels; -1001
+ * when memory runs out, or, with nothing written, for a null pointer, a side below 1, or a rowBytes
+ * or dstStep too small for the row. */
 int32_t PSImage2QImage(const PSImage* image, uint8_t* dst, int32_t dstStep, int32_t dstWidth,
                        int32_t dstHeight, float factor);
 
-/* Makes a screen buffer as PSImage2QImage does, then takes all of it from the colours of the image to
- * those of the screen, relative colorimetric. A keeps its value.
+/* Makes a screen buffer as PSImage2QImage does, then takes all of it from the colours of the image
+ * to those of the screen, relative colorimetric. A keeps its value.
  *
- * profiles  two ICC profiles of RGB devices; one that is missing (null, or a size below 1) stands for
- *           sRGB. With both pointers null, or both sizes below 1, the colours stay as they are.
+ * profiles  two ICC profiles of RGB devices; one that is missing (null, or a size below 1) stands
+ *           for sRGB. With both pointers null, or both sizes below 1, the colours stay as they are.
  *
- * Returns 1 when done; 0 when a profile or the transform between them can't be made, with the screen
- * buffer in the colours of the image; -3 and -1001 as PSImage2QImage; -500 when memory runs out in the
- * colour step. */
+ * Returns 1 when done; 0 when a profile or the transform between them can't be made, with the
+ * screen buffer in the colours of the image; -3 and -1001 as PSImage2QImage; -500 when memory runs
+ * out in the colour step. */
 int32_t PSImageICC2QImage(const QxIccProfiles* profiles, const PSImage* image, uint8_t* dst,
                           int32_t dstStep, int32_t dstWidth, int32_t dstHeight, float factor);
 
@@ -104,15 +105,16 @@ int32_t psC1U8toU15(const uint8_t* src, int32_t srcStep, int32_t width, int32_t 
 int32_t psC1U15toU8(const uint16_t* src, int32_t srcStep, int32_t width, int32_t height,
                     uint8_t* dst, int32_t dstStep);
 
-/* Auto levels: rewrite an 8-bit RGB preview in place to show one aspect of it, brightened or stretched
- * towards a target level. rgb: height rows of width pixels of 3 bytes, rowBytes apart.
+/* Auto levels: rewrite an 8-bit RGB preview in place to show one aspect of it, brightened or
+ * stretched towards a target level. rgb: height rows of width pixels of 3 bytes, rowBytes apart.
  *
- * qxPreviewAutoLevel multiplies all samples by one factor, a multiple of 1/8 and at most 31.25, so that
- * the largest of the three channel means comes near `target` (0..255). It never darkens.
+ * qxPreviewAutoLevel multiplies all samples by one factor, a multiple of 1/8 and at most 31.25, so
+ * that the largest of the three channel means comes near `target` (0..255). It never darkens.
  *
- * The other three take a view first. A `target` of 1 or less leaves its level as it is; above that, a
- * grey view of R, G, B or luma is brightened as qxPreviewAutoLevel does, and a view of colour
- * differences is stretched round 128, by at most 15, so that its mean excursion comes near `target`.
+ * The other three take a view first. A `target` of 1 or less leaves its level as it is; above that,
+ * a grey view of R, G, B or luma is brightened as qxPreviewAutoLevel does, and a view of colour
+ * differences is stretched round 128, by at most 15, so that its mean excursion comes near
+ * `target`.
  *
  *   mode                    0          1          2            3           4
  *   qxRGBAutoLevel          all of it  grey of R  grey of G    grey of B
@@ -123,8 +125,8 @@ int32_t psC1U15toU8(const uint16_t* src, int32_t srcStep, int32_t width, int32_t
  * Dr = (R - G) / 2 + 128. Mode 2 shows two differences as colours of one brightness: the RGB of
  * Y = 128 with the differences as Cb and Cr. "all of it" is brightened for a target above 1.
  *
- * Return 1 when done; 0, with nothing written, for an unknown mode, a null pointer, a side below 1 or a
- * rowBytes too small for the row. */
+ * Return 1 when done; 0, with nothing written, for an unknown mode, a null pointer, a side below 1
+ * or a rowBytes too small for the row. */
 int32_t qxPreviewAutoLevel(uint8_t* rgb, int32_t rowBytes, int32_t width, int32_t height,
                            float target);
 int32_t qxRGBAutoLevel(uint8_t* rgb, int32_t rowBytes, int32_t width, int32_t height, int32_t mode,

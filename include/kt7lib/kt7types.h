@@ -13,8 +13,8 @@ extern "C" {
 /* An image in the host's memory: interleaved pixels, channels in the order R, G, B, no gap between
  * pixels, rows rowBytes apart.
  *
- * format   code of the sample layout: 1 for 8-bit RGB (0..255), 3 for 16-bit RGB on the 15-bit scale
- *          0..32768. Codes 5 and 6 are read as 1 and 3 by the previews; see each function.
+ * format   code of the sample layout: 1 for 8-bit RGB (0..255), 3 for 16-bit RGB on the 15-bit
+ *          scale 0..32768. Codes 5 and 6 are read as 1 and 3 by the previews; see each function.
  * data     first sample of the top row, at any address
  * rowBytes bytes from one row to the next, at least width * 3 * bytes per sample; may be odd
  * width    pixels in a row, at least 1
@@ -50,7 +50,8 @@ typedef struct QxProgress {
  * lumaLow    noise of Y at black
  * lumaHigh   noise of Y at white
  * noiseGrain shape of the noise over spatial frequencies, 0..2: 0 is white noise, larger values are
- *            noise whose fine frequencies were lost, as in camera JPEGs. The estimate reports 0.3. */
+ *            noise whose fine frequencies were lost, as in camera JPEGs. The estimate reports
+ *            0.3. */
 typedef struct QxNoiseLevels {
     float lumaMid;
     float chromaU;

@@ -9,8 +9,9 @@ enum class CpuTarget { generic, avx2, avx512 };
 /// The widest target that this CPU can run.
 CpuTarget bestCpuTarget() noexcept;
 
-/// Points every chosen table at the tables of `target`, which must be one that this CPU can run. Not
-/// safe beside running kernels: the load hook calls it once; tests and benchmarks call it between runs.
+/// Points every chosen table at the tables of `target`, which must be one that this CPU can run.
+/// Not safe beside running kernels: the load hook calls it once; tests and benchmarks call it
+/// between runs.
 void selectKernels(CpuTarget target) noexcept;
 
-}  // namespace kt7
+} // namespace kt7

@@ -23,16 +23,16 @@ namespace kt7 {
 /// differs between buffers of equal width when one of them came from the heap.
 template <class T, int N>
 struct IMG {
-    T* base;                     ///< first sample of the storage
-    std::uint8_t primAllocated;  ///< 1: the storage goes back through primFree
-    std::uint8_t foreign;        ///< 1: the storage is someone else's and never freed here
-    T* data;                     ///< sample (0, 0) of the region of interest
-    std::int32_t stepBytes;      ///< bytes from one row to the next
-    std::int32_t fullWidth;      ///< pixels in a row of the storage
-    std::int32_t fullHeight;     ///< rows of the storage
-    std::int32_t width;          ///< pixels in a row of the region of interest
-    std::int32_t height;         ///< rows of the region of interest
-    std::int32_t status;         ///< 1 after construction; may take a primitive's result
+    T* base;                    ///< first sample of the storage
+    std::uint8_t primAllocated; ///< 1: the storage goes back through primFree
+    std::uint8_t foreign;       ///< 1: the storage is someone else's and never freed here
+    T* data;                    ///< sample (0, 0) of the region of interest
+    std::int32_t stepBytes;     ///< bytes from one row to the next
+    std::int32_t fullWidth;     ///< pixels in a row of the storage
+    std::int32_t fullHeight;    ///< rows of the storage
+    std::int32_t width;         ///< pixels in a row of the region of interest
+    std::int32_t height;        ///< rows of the region of interest
+    std::int32_t status;        ///< 1 after construction; may take a primitive's result
 
     /// Owned storage of width x height pixels, contents undefined: plane memory first, with rows
     /// aligned at 32 bytes, the plain heap as a fallback. Raises noBufferStorage.
@@ -94,7 +94,8 @@ struct IMG {
         constexpr std::int64_t largest = std::numeric_limits<std::int32_t>::max();
         const std::int64_t rowBytes =
             std::int64_t{fullWidth} * N * static_cast<std::int64_t>(sizeof(T));
-        if (fullWidth < 1 || fullHeight < 1 || rowBytes > largest - 48) raise(noBufferStorage);
+        if (fullWidth < 1 || fullHeight < 1 || rowBytes > largest - 48)
+            raise(noBufferStorage);
         stepBytes = static_cast<std::int32_t>(rowBytes);
         unsigned char* storage = primMalloc8uC1(stepBytes, fullHeight, &stepBytes);
         if (storage != nullptr) {
@@ -102,17 +103,18 @@ struct IMG {
         } else {
             // One unit longer even when the step is a multiple of 16 already.
             stepBytes = stepBytes / 16 * 16 + 16;
-            storage = static_cast<unsigned char*>(
-                std::malloc(static_cast<std::size_t>(stepBytes) *
-                            static_cast<std::size_t>(fullHeight)));
-            if (storage == nullptr) raise(noBufferStorage);
+            storage = static_cast<unsigned char*>(std::malloc(
+                static_cast<std::size_t>(stepBytes) * static_cast<std::size_t>(fullHeight)));
+            if (storage == nullptr)
+                raise(noBufferStorage);
         }
         base = data = reinterpret_cast<T*>(storage);
         guardRowEnds(true);
     }
 
     void release() noexcept {
-        if (foreign != 0 || base == nullptr) return;
+        if (foreign != 0 || base == nullptr)
+            return;
         guardRowEnds(false);
         if (primAllocated != 0)
             primFree(base);
@@ -172,4 +174,4 @@ class RoiScope {
     GIMG<T>& plane_;
 };
 
-}  // namespace kt7
+} // namespace kt7

@@ -26,4 +26,4 @@ bool isUsable(const PSImage* image, std::int32_t bytesPerSample) noexcept {
            image->rowBytes >= std::int64_t{image->width} * 3 * bytesPerSample;
 }
 
-}  // namespace kt7
+} // namespace kt7

@@ -23,4 +23,4 @@ std::int32_t bytesPerChannelOfFormat(std::int32_t code) noexcept;
 /// channels of `bytesPerSample` each.
 bool isUsable(const PSImage* image, std::int32_t bytesPerSample) noexcept;
 
-}  // namespace kt7
+} // namespace kt7

@@ -14,4 +14,4 @@ inline constexpr std::int32_t progressTotal = 100000;
 /// else what the callback gave, or 1 when p is null or no callback is set.
 std::int32_t qxProgressAdvance(QxProgress* p, std::int32_t delta);
 
-}  // namespace kt7
+} // namespace kt7

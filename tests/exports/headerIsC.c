@@ -27,4 +27,6 @@ _Static_assert(offsetof(QxIccProfiles, sourceProfileSize) == 8, "QxIccProfiles")
 _Static_assert(offsetof(QxIccProfiles, targetProfile) == 16, "QxIccProfiles");
 _Static_assert(offsetof(QxIccProfiles, targetProfileSize) == 24, "QxIccProfiles");
 
-int main(void) { return qxSetupLib(5) | qxSetupLib(-1) | setDebugTrace(1); }
+int main(void) {
+    return qxSetupLib(5) | qxSetupLib(-1) | setDebugTrace(1);
+}

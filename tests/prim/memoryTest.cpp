@@ -12,8 +12,7 @@ TEST(PlaneMemory, RoundsRowsAndRefusesWhatDoesNotFit) {
     };
     for (const Case& c : {Case{1, 1, 32, true}, Case{32, 4, 32, true}, Case{33, 3, 64, true},
                           Case{0, 4, 0, false}, Case{4, 0, 0, false}, Case{-5, 4, 0, false},
-                          Case{1 << 20, 1 << 11, 1 << 20, false},
-                          Case{2147483647, 1, 0, false}}) {
+                          Case{1 << 20, 1 << 11, 1 << 20, false}, Case{2147483647, 1, 0, false}}) {
         std::int32_t step = -1;
         const PrimPtr<unsigned char> block(primMalloc8uC1(c.width, c.height, &step));
         EXPECT_EQ(step, c.step) << c.width << "x" << c.height;
@@ -23,5 +22,5 @@ TEST(PlaneMemory, RoundsRowsAndRefusesWhatDoesNotFit) {
     EXPECT_EQ(primMalloc8uC1(32, 1, nullptr), nullptr);
 }
 
-}  // namespace
-}  // namespace kt7
+} // namespace
+} // namespace kt7

@@ -96,7 +96,8 @@ double greatestDifference(const GIMG<float>& a, const GIMG<float>& b) {
     return greatest;
 }
 
-// Reused for a second tile with other kernels, at several thread counts, with padding, with other rules.
+// Reused for a second tile with other kernels, at several thread counts, with padding, with other
+// rules.
 TEST(CDTDWT2dDnCbCr, EqualsTheWorkOnWholeBands) {
     struct Case {
         std::int32_t width, height, threads;

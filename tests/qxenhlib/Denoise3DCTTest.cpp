@@ -46,7 +46,8 @@ TEST(ThresholdTables, MixNeighbouringSetsContinuously) {
     for (const float node : {0.0f, 0.5f, 1.0f, 1.5f, 2.0f}) {
         fillThresholdTable(node, 1, below);
         fillThresholdTable(node + 1e-6f, 1, above);
-        for (std::int32_t i = 0; i < 64; ++i) ASSERT_NEAR(below[i], above[i], 1e-5f) << node;
+        for (std::int32_t i = 0; i < 64; ++i)
+            ASSERT_NEAR(below[i], above[i], 1e-5f) << node;
     }
     float first[64], middle[64], second[64];
     fillThresholdTable(0.5f, 2, first);
@@ -55,11 +56,15 @@ TEST(ThresholdTables, MixNeighbouringSetsContinuously) {
     for (std::int32_t i = 0; i < 64; ++i)
         ASSERT_NEAR(middle[i], 0.5f * (first[i] + second[i]), 1e-6f);
     const float inf = std::numeric_limits<float>::infinity();
-    for (const auto& [grain, same] :
-         {std::pair{-1.0f, 0.0f}, {-inf, 0.0f}, {std::numeric_limits<float>::quiet_NaN(), 0.0f}, {inf, 2.0f}, {7.0f, 2.0f}}) {
+    for (const auto& [grain, same] : {std::pair{-1.0f, 0.0f},
+                                      {-inf, 0.0f},
+                                      {std::numeric_limits<float>::quiet_NaN(), 0.0f},
+                                      {inf, 2.0f},
+                                      {7.0f, 2.0f}}) {
         fillThresholdTable(grain, 0, below);
         fillThresholdTable(same, 0, above);
-        for (std::int32_t i = 0; i < 64; ++i) ASSERT_EQ(below[i], above[i]) << grain;
+        for (std::int32_t i = 0; i < 64; ++i)
+            ASSERT_EQ(below[i], above[i]) << grain;
     }
 }
 
@@ -97,7 +102,8 @@ TEST(Denoise3DCT, RefusesWhatItCannotRun) {
     Denoise3DCT full;
     for (std::int32_t c = 0; c < 4; ++c) {
         GIMG<std::int16_t> plane(256, 256);
-        for (std::int32_t y = 0; y < 256; ++y) std::ranges::fill(plane.row(y), std::int16_t{0});
+        for (std::int32_t y = 0; y < 256; ++y)
+            std::ranges::fill(plane.row(y), std::int16_t{0});
         EXPECT_EQ(full.addChannel(plane), 0);
     }
     EXPECT_THROW(full.addChannel(narrow), QxBase::QXRC);

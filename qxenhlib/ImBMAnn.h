@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "prim/memory.h"
+#include "qxenhlib/FeatureForest.h"
 #include "qxenhlib/ImBMResult.h"
 #include "qxutils/qxbase/IMG.h"
 
@@ -29,7 +30,6 @@ class ImBMAnn {
     void proc(const GIMG<float>& image, ImBMResult& result);
 
   private:
-    class Forest;
     friend class MatchingSteps; ///< benchmarks time the steps one by one
 
     void prepare(const ImBMResult& result);
@@ -46,7 +46,8 @@ class ImBMAnn {
     std::unique_ptr<GIMG<float>> means_; ///< 2x2 means, with spare columns on the right
     PrimPtr<float> features_;            ///< 16 per candidate
     std::vector<std::int32_t> listOf_;   ///< of a candidate; -1 where it is no query
-    std::unique_ptr<Forest> forest_;
+    std::unique_ptr<FeatureForest> forest_;
+    std::vector<FeatureForest::Query> queries_; ///< room for all, and one to be written in vain
 };
 
 } // namespace kt7

@@ -13,7 +13,7 @@ void nIDCT8x8x8(float* cube) {
 }
 
 void dct4x4(float* block) {
-    groupKernels->dct4x4(block);
+    matchingKernels->dct4x4(block);
 }
 
 } // namespace kt7

@@ -299,19 +299,24 @@ struct GroupFilterJob {
     float* cube; ///< 512 floats of scratch, aligned at 64 bytes
 };
 
-/// 8x8 blocks: orthonormal cosine transforms, the group filter, and the matcher's features.
+/// 8x8 blocks: orthonormal cosine transforms, and the group filter.
 struct GroupKernels {
     void (*dct8x8Forward)(float* block);
     void (*dct8x8Inverse)(float* block);
     void (*cubeForward)(float* cube);
     void (*cubeInverse)(float* cube);
-    void (*dct4x4)(float* block);
     void (*filterGroups)(const GroupFilterJob& job);
     /// image = (floor * image + sums) / (floor + weight), where a pixel's weight is the sum over
     /// the candidates that cover it: 8 rows of `weights`, of n + 7 samples each, which begin with
     /// the candidate whose last pixel is the first of the row. scratch: n + 7 floats.
     void (*normaliseRow)(const float* weights, std::ptrdiff_t weightsStride, const float* sums,
                          float floor, float* scratch, float* image, std::int32_t n);
+};
+KT7_DECLARE_KERNELS(GroupKernels, groupKernels);
+
+/// Block matching: the features of blocks, and the inner loops of the forest.
+struct MatchingKernels {
+    void (*dct4x4)(float* block); ///< orthonormal, 16 contiguous floats in place
     /// 16 floats for each of n candidates in a row. Reads 4 rows of means, every second one, up to
     /// n + 13 samples each; those from n + 6 on have no influence.
     void (*featureRow)(const float* means, std::ptrdiff_t meansStride, float dcScale,
@@ -324,6 +329,6 @@ struct GroupKernels {
     std::int32_t (*splitElement)(const float* features, const std::int32_t* list, std::int32_t n,
                                  std::int32_t rank, float* mean);
 };
-KT7_DECLARE_KERNELS(GroupKernels, groupKernels);
+KT7_DECLARE_KERNELS(MatchingKernels, matchingKernels);
 
 } // namespace kt7

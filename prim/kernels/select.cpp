@@ -18,6 +18,7 @@ constinit const ArithKernels* arithKernels = &arithKernels_generic;
 constinit const ConvertKernels* convertKernels = &convertKernels_generic;
 constinit const GridKernels* gridKernels = &gridKernels_generic;
 constinit const GroupKernels* groupKernels = &groupKernels_generic;
+constinit const MatchingKernels* matchingKernels = &matchingKernels_generic;
 constinit const NeighbourKernels* neighbourKernels = &neighbourKernels_generic;
 constinit const ColourKernels* colourKernels = &colourKernels_generic;
 constinit const DeconvKernels* deconvKernels = &deconvKernels_generic;
@@ -47,6 +48,7 @@ void selectKernels([[maybe_unused]] CpuTarget target) noexcept {
     KT7_SELECT(convertKernels);
     KT7_SELECT(gridKernels);
     KT7_SELECT(groupKernels);
+    KT7_SELECT(matchingKernels);
     KT7_SELECT(neighbourKernels);
     KT7_SELECT(colourKernels);
     KT7_SELECT(deconvKernels);

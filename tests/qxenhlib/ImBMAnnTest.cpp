@@ -194,7 +194,7 @@ TEST(BlockMatching, SplitsAlongAWideElementAndTakesTheNearestBranch) {
             for (std::int32_t rank = 0; rank < 5; ++rank) {
                 float mean = 0.0f;
                 const auto element = static_cast<std::size_t>(
-                    groupKernels->splitElement(features.data(), list.data(), n, rank, &mean));
+                    matchingKernels->splitElement(features.data(), list.data(), n, rank, &mean));
                 ASSERT_LT(element, 16u);
                 EXPECT_EQ(variances[element], sorted[static_cast<std::size_t>(rank)]);
                 EXPECT_NEAR(double{mean}, means[element], 1e-4);
@@ -203,7 +203,7 @@ TEST(BlockMatching, SplitsAlongAWideElementAndTakesTheNearestBranch) {
         for (std::size_t n = 1; n < 70; ++n) {
             std::vector<float> keys(96, std::numeric_limits<float>::infinity());
             std::generate_n(keys.begin(), n, [&] { return noise(random); });
-            EXPECT_EQ(groupKernels->indexOfLeast(keys.data(), static_cast<std::int32_t>(n)),
+            EXPECT_EQ(matchingKernels->indexOfLeast(keys.data(), static_cast<std::int32_t>(n)),
                       std::ranges::min_element(keys) - keys.begin());
         }
     }

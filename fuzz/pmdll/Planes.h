@@ -11,8 +11,8 @@ void convertPlane(Input in, std::int32_t (*convert)(const S*, std::int32_t, std:
     constexpr auto sBytes = static_cast<std::int32_t>(sizeof(S));
     constexpr auto dBytes = static_cast<std::int32_t>(sizeof(D));
     const std::int32_t width = in.between(1, 4200), height = in.between(1, 5);
-    Rows src(sBytes * width, height, in.between(0, 40) * sBytes);
-    const Rows dst(dBytes * width, height, in.between(0, 40) * dBytes);
+    Rows src(sBytes * width, height, in.between(0, 80));
+    const Rows dst(dBytes * width, height, in.between(0, 80));
     std::int32_t srcStep = src.stepBytes, dstStep = dst.stepBytes, w = width, h = height;
     const bool spoiltSource = spoil(in, sBytes * width, srcStep, w, h);
     const bool spoilt = spoil(in, dBytes * width, dstStep, w, h) || spoiltSource;

@@ -33,9 +33,12 @@ void from8u(const std::uint8_t* src, float* dst, std::int32_t n) {
         dst[x] = static_cast<float>(src[x]);
 }
 
+// The samples are a host's, whose rows need not lie on even addresses.
 void widen8u(const std::uint8_t* src, std::uint16_t* dst, std::int32_t n) {
-    for (std::int32_t x = 0; x < n; ++x)
-        dst[x] = src[x];
+    for (std::int32_t x = 0; x < n; ++x) {
+        const std::uint16_t v = src[x];
+        __builtin_memcpy(dst + x, &v, sizeof v);
+    }
 }
 
 void narrow16u(const std::uint16_t* src, std::uint8_t* dst, std::int32_t n) {

@@ -25,6 +25,20 @@ T saturated(Wide v) {
     return static_cast<T>(raised < high ? raised : high);
 }
 
+// Planes of a host pass through here: their 16-bit samples need not lie on even addresses.
+template <class T>
+T sampleAt(const T* address) {
+    T v;
+    __builtin_memcpy(&v, address, sizeof v);
+    return v;
+}
+
+template <class T, class Wide>
+void put(T* address, Wide v) {
+    const T held = saturated<T>(v);
+    __builtin_memcpy(address, &held, sizeof held);
+}
+
 // dst(x) = the scaled value of op(x), which lies within 17 bits and a sign. Scales at which 32 bits
 // hold every intermediate value take the narrow loops.
 template <class T, class Op>
@@ -32,28 +46,28 @@ void scaleRow(T* dst, std::int32_t n, std::int32_t scale, Op op) {
     constexpr std::int32_t mostUp = -13, mostDown = 16, beyondAll = 40;
     if (scale == 0) {
         for (std::int32_t x = 0; x < n; ++x)
-            dst[x] = saturated<T>(op(x));
+            put(dst + x, op(x));
     } else if (scale > 0 && scale <= mostDown) {
         const std::int32_t half = (1 << (scale - 1)) - 1;
         for (std::int32_t x = 0; x < n; ++x) {
             const std::int32_t r = op(x);
-            dst[x] = saturated<T>((r + half + ((r >> scale) & 1)) >> scale);
+            put(dst + x, (r + half + ((r >> scale) & 1)) >> scale);
         }
     } else if (scale < 0 && scale >= mostUp) {
         const std::int32_t factor = 1 << -scale;
         for (std::int32_t x = 0; x < n; ++x)
-            dst[x] = saturated<T>(op(x) * factor);
+            put(dst + x, op(x) * factor);
     } else if (scale > 0) {
         const std::int32_t shift = scale < beyondAll ? scale : beyondAll;
         const std::int64_t half = (std::int64_t{1} << (shift - 1)) - 1;
         for (std::int32_t x = 0; x < n; ++x) {
             const std::int64_t r = op(x);
-            dst[x] = saturated<T>((r + half + ((r >> shift) & 1)) >> shift);
+            put(dst + x, (r + half + ((r >> shift) & 1)) >> shift);
         }
     } else {
         const std::int64_t factor = std::int64_t{1} << (scale > -beyondAll ? -scale : beyondAll);
         for (std::int32_t x = 0; x < n; ++x)
-            dst[x] = saturated<T>(op(x) * factor);
+            put(dst + x, op(x) * factor);
     }
 }
 
@@ -93,12 +107,12 @@ void mulC8uC3(const std::uint8_t* c, std::uint8_t* row, std::int32_t n, std::int
 }
 
 void addC16u(std::uint16_t c, std::uint16_t* row, std::int32_t n, std::int32_t scale) {
-    scaleRow(row, n, scale, [=](std::int32_t x) { return row[x] + c; });
+    scaleRow(row, n, scale, [=](std::int32_t x) { return sampleAt(row + x) + c; });
 }
 
 void subC16u(const std::uint16_t* src, std::uint16_t c, std::uint16_t* dst, std::int32_t n,
              std::int32_t scale) {
-    scaleRow(dst, n, scale, [=](std::int32_t x) { return src[x] - c; });
+    scaleRow(dst, n, scale, [=](std::int32_t x) { return sampleAt(src + x) - c; });
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <lcms2.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 #include <thread>
@@ -308,13 +309,18 @@ TEST(SampleScales, EightBitsComeBackFromFifteen) {
     Bytes in(step * height), out(step * height, untouched);
     for (std::size_t i = 0; i < in.size(); ++i)
         in[i] = static_cast<std::uint8_t>(i);
-    std::vector<std::uint16_t> wide(step * height, 7);
-    ASSERT_EQ(1, psC1U8toU15(in.data(), step, width, height, wide.data(), 2 * step));
-    ASSERT_EQ(1, psC1U15toU8(wide.data(), 2 * step, width, height, out.data(), step));
+    // Samples of 16 bits may lie at odd addresses.
+    constexpr std::int32_t wideStep = 2 * step + 1;
+    Bytes wideBytes(wideStep * height + 1, untouched);
+    auto* const wide = reinterpret_cast<std::uint16_t*>(wideBytes.data() + 1);
+    ASSERT_EQ(1, psC1U8toU15(in.data(), step, width, height, wide, wideStep));
+    ASSERT_EQ(1, psC1U15toU8(wide, wideStep, width, height, out.data(), step));
     for (std::int32_t i = 0; i < step * height; ++i) {
         const auto k = static_cast<std::size_t>(i);
         const bool inside = i % step < width;
-        ASSERT_EQ(inside ? (in[k] + 1) * 128 : 7, wide[k]);
+        std::uint16_t sample;
+        std::memcpy(&sample, &wideBytes[1 + i / step * wideStep + i % step * 2], sizeof sample);
+        ASSERT_EQ(inside ? (in[k] + 1) * 128 : untouched * 257, sample);
         ASSERT_EQ(inside ? in[k] : untouched, out[k]);
     }
     const std::uint16_t samples[] = {0, 64, 127, 128, 192, 193, 320, 32767, 32768, 65535};
@@ -322,15 +328,15 @@ TEST(SampleScales, EightBitsComeBackFromFifteen) {
     ASSERT_EQ(1, psC1U15toU8(samples, sizeof samples, 10, 1, out.data(), 10));
     EXPECT_EQ(Bytes(expected, expected + 10), Bytes(out.begin(), out.begin() + 10));
 
-    const auto before = wide;
+    const Bytes before = wideBytes;
     const struct {
         std::int32_t width, narrowStep, wideStep;
     } bad[] = {{0, 4, 8}, {4, 3, 8}, {4, 4, 7}, {1 << 30, 4, 8}};
-    for (const auto& [w, narrowStep, wideStep] : bad) {
-        EXPECT_EQ(-1001, psC1U8toU15(in.data(), narrowStep, w, 1, wide.data(), wideStep));
-        EXPECT_EQ(-1001, psC1U15toU8(wide.data(), wideStep, w, 1, in.data(), narrowStep));
+    for (const auto& [w, narrow, broad] : bad) {
+        EXPECT_EQ(-1001, psC1U8toU15(in.data(), narrow, w, 1, wide, broad));
+        EXPECT_EQ(-1001, psC1U15toU8(wide, broad, w, 1, in.data(), narrow));
     }
-    EXPECT_EQ(before, wide);
+    EXPECT_EQ(before, wideBytes);
 }
 
 } // namespace

@@ -5,6 +5,8 @@
 #include "tools/kt7/photo.h"
 #include "tools/kt7/signals.h"
 
+#include <algorithm>
+#include <iterator>
 #include <new>
 
 namespace kt7::tool {
@@ -51,9 +53,9 @@ void denoise(Photo& photo, const DenoiseSettings& settings,
         settings.sharpen, settings.chromaMedian, settings.chromaSmooth * offRoundNumbers,
         settings.grain, settings.fast ? 0 : 1);
     throwIfCancelled();
-    constexpr std::int32_t noPlaneMemory = -898;
-    constexpr std::int32_t noMemory = -1000;
-    if (result == noPlaneMemory || result == noMemory)
+    // Our record and buffer are sound, so that -1000 means the same as the others.
+    constexpr std::int32_t noMemory[] = {-1000, -999, -898, -892, -885};
+    if (std::ranges::find(noMemory, result) != std::end(noMemory))
         throw std::bad_alloc();
     if (result != 1)
         throw UserError("the denoiser failed with code " + std::to_string(result));

@@ -29,7 +29,7 @@ void installSignalHandlers() {
     struct sigaction action = {};
     action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
-    // A handler that is ignored on entry (nohup) stays ignored.
+    // A signal that is ignored on entry (nohup) stays ignored.
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction before = {};
         sigaction(number, nullptr, &before);

@@ -19,20 +19,22 @@ extern "C" {
  *                  thread.
  * image            8-bit when format is 1, otherwise read as 16-bit RGB on the scale 0..32768.
  *                  Samples of 32768 are held at 32767 before anything else happens. Apart from that
- *                  the pixels are written once, at the end: a cancelled or failed call leaves them
- *                  as they were.
+ *                  the pixels are written once, at the end: a call that is cancelled or fails before
+ *                  leaves them as they were.
  * noise            noise levels, as qxKt7NoiseEst measures them or as set by a user. Camera JPEGs
  *                  hold noise that the estimate reads low; multiplying the five levels by 1.5 to 4
  *                  is usual.
  * lumaSmooth       0 is off. Strength of an edge-preserving smoothing of luma, where 1.0 is full
- *                  scale; 0.01 to 0.05 is usual, and values up to 0.0001 are off. The pass limits
- *                  luma at 0.64 of full scale (on the noise-normalised scale that the work is done
- *                  in), so highlights above that come out darker and flat: leave it off unless a
- *                  flat look is wanted.
+ *                  scale; 0.01 to 0.05 is usual, and values up to 0.0001 are off. At 0.01, 0.02 and
+ *                  0.04, which divide the span of luma evenly, bright places come out dark: take
+ *                  values between, for chromaSmooth too. The pass limits luma at 0.64 of full scale
+ *                  (on the noise-normalised scale that the work is done in), so highlights above
+ *                  that come out darker and flat: leave it off unless a flat look is wanted.
  * sharpen          0 is off, above 0.01 on. The blur radius, less 0.3, that a Lucy-Richardson
  *                  deconvolution of luma takes out, in pixels; 0.2 to 1 is usual. It also restores
  *                  some contrast in filtered detail.
- * chromaMedianMode 0 or less is off; 1 or 2 runs a 3x3 cross median over both chroma planes first.
+ * chromaMedianMode 0 or less is off; 1 or more runs a 3x3 cross median over both chroma planes
+ *                  first.
  * chromaSmooth     0 is off. Strength of the edge-preserving smoothing of both chroma planes.
  * grain            0 is off. Standard deviation of Gaussian noise added to luma at the end, where
  *                  1.0 is full scale. It differs from call to call.
@@ -41,12 +43,14 @@ extern "C" {
  * A strength that is negative or not a number counts as off, a noise level likewise as 0.
  *
  * Returns 1 when the image is denoised; also 1, at once and with nothing done, while another call
- * of this function is running in the process. 0 when the callback cancelled. Negative on failure,
- * with the image unwritten: -1000, -999, -898, -892 or -885 when memory runs out, -1000 for a null
- * pointer, a side below 1 or a rowBytes too small for the row; other values from -1000 to -884 name
- * an internal failure.
+ * of this function is running in the process. 0 when the callback cancelled. Negative on failure:
+ * -1000, -999, -898, -892 or -885 when memory runs out, -1000 for a null pointer, a side below 1, a
+ * rowBytes too small for the row or a callback that throws; other values from -1000 to -884 name an
+ * internal failure. The image is then unwritten, unless the callback cancelled or threw at a report
+ * that comes after the pixels were written (done is at its total there): it is complete then.
  *
- * The noise model and block matching run on up to four threads of the process's OpenMP runtime. */
+ * Runs on up to four threads of the process's OpenMP runtime; the other functions on as many as the
+ * process allows. */
 int32_t qxDenoiseKt7(QxProgress* progress, PSImage* image, const QxNoiseLevels* noise,
                      float lumaSmooth, float sharpen, int32_t chromaMedianMode, float chromaSmooth,
                      float grain, int32_t fullQuality);
@@ -56,10 +60,10 @@ int32_t qxDenoiseKt7(QxProgress* progress, PSImage* image, const QxNoiseLevels* 
  * image  read only; 8-bit when format is 1, otherwise 16-bit RGB on the scale 0..32768.
  * levels written: all six fields.
  *
- * Returns 1 when measured. 0 when a side is below 148 pixels, with 1e-5 in the five levels and 0.3
- * in noiseGrain; also 0, with nothing written when levels is null, for a null image or data, or a
- * rowBytes too small for the row. When memory runs out a C++ exception leaves the function: the int
- * 102 or std::bad_alloc. */
+ * Returns 1 when measured. 0, with 1e-5 in the five levels and 0.3 in noiseGrain, when a side is
+ * below 148 pixels, for a null image or data and for a rowBytes too small for the row; 0 with
+ * nothing written when levels is null. When memory runs out a C++ exception leaves the function: the
+ * int 102 or std::bad_alloc. */
 int32_t qxKt7NoiseEst(PSImage* image, QxNoiseLevels* levels);
 
 /* Makes a screen buffer of an image, at the same scale or resized.
@@ -95,8 +99,8 @@ int32_t PSImageICC2QImage(const QxIccProfiles* profiles, const PSImage* image, u
                           int32_t dstStep, int32_t dstWidth, int32_t dstHeight, float factor);
 
 /* Take a plane from 8 bits to the 16-bit scale 0..32768, as (v + 1) * 128, and back, as
- * (v - 128) / 128 to the nearest integer, ties to even, held within 0..255. Steps are in bytes. The
- * planes must not overlap.
+ * (v - 128) / 128 to the nearest integer, ties to even, held within 0..255. Steps are in bytes;
+ * samples may lie at any address. The planes must not overlap.
  *
  * Return 1 when done; -1001, with nothing written, for a null pointer, a side below 1 or a step too
  * small for the row. */

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 
 #include "prim/kernels/KernelTable.h"
 #include "qxenhlib/ImBMAnn.h"
@@ -28,18 +29,19 @@ constexpr float matchDcScale = 0.5f;
 struct LayerTiles::Worker {
     Worker(const LayerTiles& tiles)
         : matcher(tiles.denoiser_.numTrees[tiles.layer_], tiles.denoiser_.checks[tiles.layer_],
-                  matchDcScale),
-          guide(tiles.blocks_.blockWidth, tiles.blocks_.blockHeight) {
+                  matchDcScale) {
         record.setGeometry(tiles.blocks_.blockWidth, tiles.blocks_.blockHeight,
                            tiles.denoiser_.blockStep[tiles.layer_]);
         filter.init(record, tiles.denoiser_.thresholdTables[tiles.layer_].get(),
                     tiles.denoiser_.boost);
+        if (tiles.matchOn_ == MatchOn::guide)
+            guide.emplace(tiles.blocks_.blockWidth, tiles.blocks_.blockHeight);
     }
 
     ImBMAnn matcher;
     ImBMResult record;
     ImBMFilter filter;
-    GIMG<std::int16_t> guide;
+    std::optional<GIMG<std::int16_t>> guide; ///< what luma is matched on, if not on its level
 };
 
 // A tile on its way: where it lies, when it was handed out, and one float image per plane.
@@ -155,9 +157,9 @@ LayerTiles::~LayerTiles() = default;
 
 void LayerTiles::filterTile(Worker& worker, Slot& slot) const {
     GIMG<float>& matchTile = *slot.planes[0];
-    if (matchOn_ == MatchOn::guide) {
-        denoiser_.pyramids[0]->sumTopInto(slot.x, slot.y, worker.guide);
-        const GIMG<std::int16_t>* guide = &worker.guide;
+    if (worker.guide) {
+        denoiser_.pyramids[0]->sumTopInto(slot.x, slot.y, *worker.guide);
+        const GIMG<std::int16_t>* guide = &*worker.guide;
         for (std::int32_t y = 0; y < matchTile.height; ++y)
             tileKernels->load(guide->at(0, y), blocks_.inScale, matchTile.at(0, y),
                               matchTile.width);

@@ -7,8 +7,9 @@ namespace kt7 {
 std::int32_t qxProgressAdvance(QxProgress* p, std::int32_t delta) {
     if (p == nullptr)
         return 1;
-    // `done` and the deltas are far below 2^31, so the 32-bit sum can't overflow.
-    p->done = std::min(p->total, p->done + delta);
+    // In 64 bits, as the record is the host's: whatever it wrote there, the sum can't overflow.
+    p->done =
+        static_cast<std::int32_t>(std::min(std::int64_t{p->total}, std::int64_t{p->done} + delta));
     if (p->callback == nullptr || p->userData == nullptr)
         return 1;
     return p->callback(p->done, p->total, p->userData);

@@ -270,7 +270,7 @@ double measure(const Picture& picture, std::int32_t threads, int repeat) {
         run(fullCall, picture, noise, i == 0);
         if (threads > 1)
             run(serialCall, picture, noise, false);
-        kt7::setMaxThreads(threads);
+        kt7::setMaxThreads(threads); // which a run sets, a floor takes
         timeFloor("floor, fast", fast, fastFloors);
         run(fastCall, picture, noise, i == 0);
         const Clock::time_point start = Clock::now();

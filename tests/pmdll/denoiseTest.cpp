@@ -38,22 +38,20 @@ std::int32_t denoise(Image& image, const QxNoiseLevels& noise, const Options& op
     return denoise(log, image, noise, options);
 }
 
+template <class Sample>
+void takesNoiseOut(std::int32_t fullQuality) {
+    HostImage<Sample> image(300, 280);
+    image.fillNoisyScene(0.06);
+    const double before = image.psnr();
+    ASSERT_EQ(denoise(image, levelsOf(0.06f), {.fullQuality = fullQuality}), 1);
+    EXPECT_GT(image.psnr(), before + 5.0) << sizeof(Sample) << " bytes, quality " << fullQuality;
+    EXPECT_TRUE(image.paddingIntact());
+}
+
 TEST(Denoise, TakesNoiseOutOfTheScene) {
     for (const std::int32_t fullQuality : {0, 1}) {
-        Options options;
-        options.fullQuality = fullQuality;
-        HostImage<std::uint8_t> eight(300, 280);
-        eight.fillNoisyScene(0.06);
-        const double before = eight.psnr();
-        ASSERT_EQ(denoise(eight, levelsOf(0.06f), options), 1);
-        EXPECT_GT(eight.psnr(), before + 5.0) << "8 bits, full quality " << fullQuality;
-        EXPECT_TRUE(eight.paddingIntact());
-
-        HostImage<std::uint16_t> sixteen(300, 280);
-        sixteen.fillNoisyScene(0.06);
-        ASSERT_EQ(denoise(sixteen, levelsOf(0.06f), options), 1);
-        EXPECT_GT(sixteen.psnr(), before + 5.0) << "16 bits, full quality " << fullQuality;
-        EXPECT_TRUE(sixteen.paddingIntact());
+        takesNoiseOut<std::uint8_t>(fullQuality);
+        takesNoiseOut<std::uint16_t>(fullQuality);
     }
 }
 
@@ -175,7 +173,7 @@ TEST(Denoise, RefusesWhatItCannotRead) {
 
 TEST(Denoise, HoldsSixteenBitSamplesAtTheTop) {
     HostImage<std::uint16_t> image(33, 21);
-    image.fill([](std::int32_t x, std::int32_t, std::int32_t) { return x < 16 ? 1.0 : 0.25; });
+    image.fill([](auto x, auto, auto) { return x < 16 ? 1.0 : 0.25; });
     ProgressLog log;
     log.cancelAt = 1;
     ASSERT_EQ(denoise(log, image, levelsOf(0.02f)), 0);
@@ -242,16 +240,11 @@ struct Pattern {
     double low, high; // of all samples
 };
 constexpr Pattern patterns[] = {
-    {"black", [](std::int32_t, std::int32_t, std::int32_t) { return 0.0; }, 0.0, 0.0},
-    {"saturated", [](std::int32_t, std::int32_t, std::int32_t) { return 1.0; }, 1.0, 1.0},
-    {"flat", [](std::int32_t, std::int32_t, std::int32_t c) { return 0.3 + 0.1 * c; }, 0.3, 0.5},
-    {"checkerboard",
-     [](std::int32_t x, std::int32_t y, std::int32_t) { return (x + y) % 2 ? 0.4 : 0.6; }, 0.4,
-     0.6},
-    {"impulse",
-     [](std::int32_t x, std::int32_t y, std::int32_t c) {
-         return x == 40 && y == 40 && c == 1 ? 1.0 : 0.4;
-     },
+    {"black", [](auto, auto, auto) { return 0.0; }, 0.0, 0.0},
+    {"saturated", [](auto, auto, auto) { return 1.0; }, 1.0, 1.0},
+    {"flat", [](auto, auto, auto c) { return 0.3 + 0.1 * c; }, 0.3, 0.5},
+    {"checkerboard", [](auto x, auto y, auto) { return (x + y) % 2 ? 0.4 : 0.6; }, 0.4, 0.6},
+    {"impulse", [](auto x, auto y, auto c) { return x == 40 && y == 40 && c == 1 ? 1.0 : 0.4; },
      0.4, 1.0},
 };
 
@@ -309,7 +302,7 @@ TEST(Denoise, KeepsAnyPictureInRangeWithAnyOption) {
 TEST(Denoise, LeavesFlatPicturesFlat) {
     for (const double grey : {0.0, 0.2, 0.5, 1.0}) {
         HostImage<std::uint8_t> image(320, 170);
-        image.fill([&](std::int32_t, std::int32_t, std::int32_t) { return grey; });
+        image.fill([&](auto, auto, auto) { return grey; });
         const std::uint8_t value = image.at(0, 0, 0);
         ASSERT_EQ(denoise(image, levelsOf(0.03f), {0.0f, 0.5f, 1, 0.03f, 0.0f, 1}), 1);
         double off = 0.0;

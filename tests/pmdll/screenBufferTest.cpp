@@ -1,6 +1,5 @@
 // Screen buffers and scale conversions through the library as a host loads it.
 #include <gtest/gtest.h>
-#include <lcms2.h>
 
 #include <cmath>
 #include <cstring>
@@ -10,7 +9,9 @@
 #include <vector>
 
 #include "include/kt7lib/kt7lib.h"
+#include "tests/support/iccProfiles.h"
 
+namespace kt7::test {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -196,25 +197,6 @@ TEST(ScreenBuffer, RefusalsWriteNothing) {
     EXPECT_EQ(Screen(4, 4).bytes, screen.bytes);
 }
 
-cmsHPROFILE matrixProfile(double greenX, double gamma) {
-    const cmsCIExyY white = {0.3127, 0.3290, 1.0};
-    const cmsCIExyYTRIPLE primaries = {{0.64, 0.33, 1.0}, {greenX, 0.71, 1.0}, {0.15, 0.06, 1.0}};
-    cmsToneCurve* const curve = cmsBuildGamma(nullptr, gamma);
-    cmsToneCurve* const curves[3] = {curve, curve, curve};
-    const cmsHPROFILE profile = cmsCreateRGBProfile(&white, &primaries, curves);
-    cmsFreeToneCurve(curve);
-    return profile;
-}
-
-Bytes blockOf(cmsHPROFILE profile) {
-    cmsUInt32Number size = 0;
-    cmsSaveProfileToMem(profile, nullptr, &size);
-    Bytes block(size);
-    cmsSaveProfileToMem(profile, block.data(), &size);
-    cmsCloseProfile(profile);
-    return block;
-}
-
 QxIccProfiles pair(const Bytes& source, const Bytes& target) {
     return {source.empty() ? nullptr : source.data(), static_cast<std::int32_t>(source.size()),
             target.empty() ? nullptr : target.data(), static_cast<std::int32_t>(target.size())};
@@ -236,7 +218,8 @@ Screen carried(Screen screen, cmsHPROFILE source, cmsHPROFILE target) {
 
 TEST(ColourManagedPreview, TakesTheWholeBufferFromProfileToProfile) {
     const Image image(1, 61, 20);
-    const Bytes srgb = blockOf(cmsCreate_sRGBProfile()), wide = blockOf(matrixProfile(0.21, 2.2));
+    const Bytes srgb = blockOf(cmsCreate_sRGBProfile()),
+                wide = blockOf(matrixProfile(2.2, {0.21, 0.71, 1.0}));
     const auto open = [](const Bytes& block) {
         return cmsOpenProfileFromMem(block.data(), static_cast<cmsUInt32Number>(block.size()));
     };
@@ -260,7 +243,7 @@ TEST(ColourManagedPreview, TakesTheWholeBufferFromProfileToProfile) {
 
 TEST(ColourManagedPreview, LeavesTheConversionWithoutUsableProfiles) {
     const Image image(3, 30, 20);
-    const Bytes wide = blockOf(matrixProfile(0.21, 2.2)),
+    const Bytes wide = blockOf(matrixProfile(2.2, {0.21, 0.71, 1.0})),
                 lab = blockOf(cmsCreateLab4Profile(nullptr));
     Bytes garbage(500, 0x5a), cut(wide.begin(), wide.begin() + 200), empty;
     Screen plain(30, 20);
@@ -288,7 +271,8 @@ TEST(ColourManagedPreview, ManyCallsAtOnceKeepTheirOwnProfiles) {
     std::vector<int> faults(12);
     for (std::size_t t = 0; t < faults.size(); ++t)
         hosts.emplace_back([&, t] {
-            const Bytes mine = blockOf(matrixProfile(0.2 + 0.01 * static_cast<double>(t), 1.8));
+            const Bytes mine =
+                blockOf(matrixProfile(1.8, {0.2 + 0.01 * static_cast<double>(t), 0.71, 1.0}));
             const Screen untouchedScreen(50, 40);
             Screen first = untouchedScreen;
             faults[t] += first.show(pair({}, mine), image.host) != 1;
@@ -340,3 +324,4 @@ TEST(SampleScales, EightBitsComeBackFromFifteen) {
 }
 
 } // namespace
+} // namespace kt7::test

@@ -1,11 +1,11 @@
 // The built kt7, from outside.
+#include "tests/support/iccProfiles.h"
 #include "tests/tools/scratchFolder.h"
 
 #include "tools/kt7/demoScene.h"
 #include "tools/kt7/imageFile.h"
 
 #include <gtest/gtest.h>
-#include <lcms2.h>
 
 #include <csignal>
 #include <fcntl.h>
@@ -209,20 +209,15 @@ TEST_F(CommandLine, ShowsPhotosAtScreenSizeInScreenColours) {
     }
     // A screen whose first channel shows green: the colours go there and come back by the profile
     // that the picture carries.
-    const cmsCIExyY white = {0.3127, 0.3290, 1.0};
-    const cmsCIExyYTRIPLE turned = {{0.30, 0.60, 1.0}, {0.64, 0.33, 1.0}, {0.15, 0.06, 1.0}};
-    cmsToneCurve* const curve = cmsBuildGamma(nullptr, 2.2);
-    cmsToneCurve* const curves[3] = {curve, curve, curve};
-    const cmsHPROFILE screen = cmsCreateRGBProfile(&white, &turned, curves);
-    cmsSaveProfileToFile(screen, (folder / "screen.icc").c_str());
-    cmsCloseProfile(screen);
-    cmsFreeToneCurve(curve);
+    const auto screen =
+        test::blockOf(test::matrixProfile(2.2, {0.64, 0.33, 1.0}, {0.30, 0.60, 1.0}));
+    writeBytes(folder / "screen.icc", {screen.begin(), screen.end()});
     ASSERT_EQ(run({"preview", photo, folder / "p.png", "--profile", folder / "screen.icc"}).code,
               0);
     ASSERT_EQ(run({"preview", folder / "p.png", folder / "back.png"}).code, 0);
     const Photo there = tool::readPhoto(folder / "p.png"),
                 back = tool::readPhoto(folder / "back.png");
-    EXPECT_EQ(bytesOf(folder / "screen.icc").size(), tool::colourProfile(there).size());
+    EXPECT_EQ(screen.size(), tool::colourProfile(there).size());
     EXPECT_NE(before.rgb8, there.rgb8);
     for (std::size_t i = 0; i < before.rgb8.size(); ++i)
         EXPECT_NEAR(before.rgb8[i], back.rgb8[i], 8);

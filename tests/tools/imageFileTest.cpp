@@ -1,10 +1,10 @@
 #include "tools/kt7/imageFile.h"
+#include "tests/support/iccProfiles.h"
 #include "tests/tools/scratchFolder.h"
 #include "tools/kt7/errors.h"
 
 #include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
-#include <lcms2.h>
 
 #include <cmath>
 #include <functional>
@@ -21,16 +21,11 @@ constexpr int width = 37, height = 23;
 
 /// A small profile that fits the channels.
 std::string profileFor(int channels) {
-    cmsToneCurve* curve = cmsBuildGamma(nullptr, 1.8);
-    const cmsHPROFILE handle =
-        channels < 3 ? cmsCreateGrayProfile(cmsD50_xyY(), curve) : cmsCreate_sRGBProfile();
-    cmsUInt32Number size = 0;
-    cmsSaveProfileToMem(handle, nullptr, &size);
-    std::string bytes(size, '\0');
-    cmsSaveProfileToMem(handle, bytes.data(), &size);
-    cmsCloseProfile(handle);
+    cmsToneCurve* const curve = cmsBuildGamma(nullptr, 1.8);
+    const auto block = test::blockOf(channels < 3 ? cmsCreateGrayProfile(cmsD50_xyY(), curve)
+                                                  : cmsCreate_sRGBProfile());
     cmsFreeToneCurve(curve);
-    return bytes;
+    return {block.begin(), block.end()};
 }
 
 void addProfile(ImageSpec& spec, const std::string& profile) {

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <omp.h>
+#include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <exception>
@@ -49,24 +51,51 @@ class ExceptionRelay {
     std::exception_ptr first_;
 };
 
-/// Threads that the next parallel region of this thread may use.
+/// True in a forked child. Of its parent's team it has the runtime's records but not the threads,
+/// and a region opened there would wait for them for ever.
+inline std::atomic<bool> teamStayedInParent{false};
+/// The C library forgets the handler when the library that holds it is unloaded.
+inline const int teamForkHandler = pthread_atfork(
+    nullptr, nullptr, [] { teamStayedInParent.store(true, std::memory_order_relaxed); });
+
+/// Threads that the next parallel region of this thread may use: as many as the process allows, no
+/// more than there are CPUs for them.
 inline std::int32_t maxThreads() noexcept {
-    return omp_get_max_threads();
+    if (teamStayedInParent.load(std::memory_order_relaxed))
+        return 1;
+    return std::min(omp_get_max_threads(), omp_get_num_procs());
 }
 
-/// Sets that number for this thread.
+/// Sets what the process allows on this thread.
 inline void setMaxThreads(std::int32_t threads) noexcept {
     omp_set_num_threads(threads);
 }
+
+/// Caps the team of this thread's parallel regions while it lives. A call whose loops are all
+/// shorter than the team caps it once: a team that shrinks and grows within a call would cost the
+/// runtime threads, and their memory once they are needed again.
+class ThreadCap {
+  public:
+    explicit ThreadCap(std::int32_t most) noexcept : savedThreads_(omp_get_max_threads()) {
+        setMaxThreads(std::clamp(most, 1, maxThreads()));
+    }
+    ~ThreadCap() { setMaxThreads(savedThreads_); }
+    ThreadCap(const ThreadCap&) = delete;
+    ThreadCap& operator=(const ThreadCap&) = delete;
+
+  private:
+    std::int32_t savedThreads_;
+};
 
 /// An address inside the OpenMP runtime.
 inline const void* runtimeAddress() noexcept {
     return reinterpret_cast<const void*>(&omp_get_max_threads);
 }
 
-/// Runs body(thread, threads, relay) once on every thread of the team, 0 being the caller's.
+/// Runs body(thread, threads, relay) once on every thread of the team, 0 being the caller's, or on
+/// the caller alone when there is work for one.
 template <class Body>
-void onTeam(Body&& body) {
+void onTeam(std::int32_t work, Body&& body) {
     ExceptionRelay relay;
     const auto member = [&](std::int32_t thread, std::int32_t threads) {
         const FloatModeScope floatMode;
@@ -74,10 +103,11 @@ void onTeam(Body&& body) {
     };
     // The runtime makes a team of one anew for every region, and ends the process when there is no
     // memory for it.
-    if (maxThreads() == 1) {
+    const std::int32_t team = work > 1 ? maxThreads() : 1;
+    if (team == 1) {
         member(0, 1);
     } else {
-#pragma omp parallel
+#pragma omp parallel num_threads(team)
         member(omp_get_thread_num(), omp_get_num_threads());
     }
     relay.rethrow();
@@ -87,7 +117,7 @@ void onTeam(Body&& body) {
 /// gets a share; for loops that need scratch of their own.
 template <class Body>
 void parallelRanges(std::int32_t count, Body&& body) {
-    onTeam([&](std::int64_t thread, std::int64_t threads, const ExceptionRelay&) {
+    onTeam(count, [&](std::int64_t thread, std::int64_t threads, const ExceptionRelay&) {
         const auto begin = static_cast<std::int32_t>(count * thread / threads);
         const auto end = static_cast<std::int32_t>(count * (thread + 1) / threads);
         if (begin < end)
@@ -98,7 +128,7 @@ void parallelRanges(std::int32_t count, Body&& body) {
 /// Runs body(i) for i in 0..count-1, split in the same way.
 template <class Body>
 void parallelRows(std::int32_t count, Body&& body) {
-    onTeam([&](std::int64_t thread, std::int64_t threads, const ExceptionRelay& relay) {
+    onTeam(count, [&](std::int64_t thread, std::int64_t threads, const ExceptionRelay& relay) {
         const auto end = static_cast<std::int32_t>(count * (thread + 1) / threads);
         for (auto i = static_cast<std::int32_t>(count * thread / threads);
              i < end && !relay.raised(); ++i)
@@ -110,7 +140,7 @@ void parallelRows(std::int32_t count, Body&& body) {
 template <class Body>
 void parallelItems(std::int32_t count, Body&& body) {
     std::atomic<std::int64_t> next{0}; // passes the end once for each thread
-    onTeam([&](std::int32_t, std::int32_t, const ExceptionRelay& relay) {
+    onTeam(count, [&](std::int32_t, std::int32_t, const ExceptionRelay& relay) {
         for (std::int64_t i; (i = next.fetch_add(1, std::memory_order_relaxed)) < count;) {
             if (relay.raised())
                 return;
@@ -123,8 +153,7 @@ void parallelItems(std::int32_t count, Body&& body) {
 /// What work there is, the workers share out among themselves.
 template <class Body>
 void parallelWorkers(std::int32_t workers, Body&& body) {
-    // A smaller team would cost the runtime threads, and their memory once they are needed again.
-    onTeam([&](std::int32_t thread, std::int32_t, const ExceptionRelay&) {
+    onTeam(workers, [&](std::int32_t thread, std::int32_t, const ExceptionRelay&) {
         if (thread < workers)
             body(thread);
     });

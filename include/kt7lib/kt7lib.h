@@ -16,7 +16,8 @@ extern "C" {
 /* Denoises an image in place.
  *
  * progress         progress record, required; see QxProgress. The callback runs on the calling
- *                  thread.
+ *                  thread. It must come back: no longjmp, no end of its thread, and a child that is
+ *                  forked in it must not return from it. It may throw.
  * image            8-bit when format is 1, otherwise read as 16-bit RGB on the scale 0..32768.
  *                  Samples of 32768 are held at 32767 before anything else happens. Apart from that
  *                  the pixels are written once, at the end: a call that is cancelled or fails before
@@ -42,15 +43,20 @@ extern "C" {
  *
  * A strength that is negative or not a number counts as off, a noise level likewise as 0.
  *
- * Returns 1 when the image is denoised; also 1, at once and with nothing done, while another call
- * of this function is running in the process. 0 when the callback cancelled. Negative on failure:
- * -1000, -999, -898, -892 or -885 when memory runs out, -1000 for a null pointer, a side below 1, a
- * rowBytes too small for the row or a callback that throws; other values from -1000 to -884 name an
- * internal failure. The image is then unwritten, unless the callback cancelled or threw at a report
- * that comes after the pixels were written (done is at its total there): it is complete then.
+ * Returns 1 when the image is denoised; also 1, at once, while another call of this function is
+ * running in the process. Then no argument is looked at and nothing is written, the progress record
+ * neither: a host that sets progress->total to 0 before the call finds 0 there after it when it was
+ * turned away, and 100000 when the image is denoised. 0 when the callback cancelled. Negative on
+ * failure: -1000, -999, -898, -892 or -885 when memory runs out, -1000 for a null pointer, a side
+ * below 1, a rowBytes too small for the row or a callback that throws, whatever it throws; other
+ * values from -1000 to -884 name an internal failure. The image is then unwritten, unless the
+ * callback cancelled or threw at a report that comes after the pixels were written (done is at its
+ * total there): it is complete then.
  *
- * Runs on up to four threads of the process's OpenMP runtime; the other functions on as many as the
- * process allows. */
+ * Runs on up to four threads of the process's OpenMP runtime, the other functions on as many as the
+ * process allows: none on more than there are processors or rows, and in a forked child, which has
+ * no threads of its parent's, all on the calling thread alone. The host's floating-point mode makes
+ * no difference, and is as it was afterwards. */
 int32_t qxDenoiseKt7(QxProgress* progress, PSImage* image, const QxNoiseLevels* noise,
                      float lumaSmooth, float sharpen, int32_t chromaMedianMode, float chromaSmooth,
                      float grain, int32_t fullQuality);
@@ -130,7 +136,8 @@ int32_t psC1U15toU8(const uint16_t* src, int32_t srcStep, int32_t width, int32_t
  * Y = 128 with the differences as Cb and Cr. "all of it" is brightened for a target above 1.
  *
  * Return 1 when done; 0, with nothing written, for an unknown mode, a null pointer, a side below 1
- * or a rowBytes too small for the row. */
+ * or a rowBytes too small for the row. An empty view, with a side of 0, is no mistake for the three
+ * that have a mode: there is nothing to write, and they return 1. */
 int32_t qxPreviewAutoLevel(uint8_t* rgb, int32_t rowBytes, int32_t width, int32_t height,
                            float target);
 int32_t qxRGBAutoLevel(uint8_t* rgb, int32_t rowBytes, int32_t width, int32_t height, int32_t mode,

@@ -1,11 +1,13 @@
 // What an exported call sets for its time, and how raised codes become results.
 #pragma once
 
-#include <algorithm>
+#include <pthread.h>
+
 #include <atomic>
 #include <cstdint>
 #include <utility>
 
+#include "qxutils/floatMode.h"
 #include "qxutils/parallel.h"
 
 namespace kt7 {
@@ -26,22 +28,25 @@ class BusyGuard {
 
   private:
     static inline std::atomic_flag busy;
+    // The call that holds the flag stays in the parent of a fork.
+    static inline const int forkHandler = pthread_atfork(nullptr, nullptr, [] { busy.clear(); });
     bool held_;
 };
 
-/// Caps the team of this thread's parallel regions while it lives.
-class ThreadCap {
-  public:
-    explicit ThreadCap(std::int32_t most) noexcept : savedThreads_(maxThreads()) {
-        setMaxThreads(std::min(most, savedThreads_));
-    }
-    ~ThreadCap() { setMaxThreads(savedThreads_); }
-    ThreadCap(const ThreadCap&) = delete;
-    ThreadCap& operator=(const ThreadCap&) = delete;
+/// Calls body() in a place of its own, where the compiler can't move its arithmetic out of a mode.
+template <class Body>
+[[gnu::noinline]] std::int32_t apart(Body& body) {
+    return body();
+}
 
-  private:
-    std::int32_t savedThreads_;
-};
+/// Gives body()'s result, worked out in the library's floating-point mode and by a team of at most
+/// `threads`: every call that calculates goes through here.
+template <class Body>
+std::int32_t guarded(std::int32_t threads, Body&& body) {
+    const ThreadCap cap(threads);
+    const FloatModeScope floatMode;
+    return apart(body);
+}
 
 /// Runs body() and gives its result, or what ifInt(e) makes of a raised int e, or what ifOther()
 /// makes of anything else.

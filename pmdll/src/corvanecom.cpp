@@ -103,11 +103,13 @@ std::int32_t convert(const PSImage* image, const ScreenBuffer& screen, float fac
     return done;
 }
 
-/// Runs body(), with what it raises as a result.
+/// Runs body() on at most `rows` threads, with what it raises as a result.
 template <class Body>
-std::int32_t resultOr(std::int32_t failed, Body&& body) {
-    return resultOf(
-        std::forward<Body>(body), [=](int) { return failed; }, [=] { return failed; });
+std::int32_t resultOr(std::int32_t failed, std::int32_t rows, Body&& body) {
+    return guarded(rows, [&] {
+        return resultOf(
+            body, [=](int) { return failed; }, [=] { return failed; });
+    });
 }
 
 template <class S, class D>
@@ -126,7 +128,7 @@ KT7_EXPORT std::int32_t PSImage2QImage(const PSImage* image, std::uint8_t* dst,
                                        std::int32_t dstStep, std::int32_t dstWidth,
                                        std::int32_t dstHeight, float factor) {
     using namespace kt7;
-    return resultOr(conversionFailed, [&] {
+    return resultOr(conversionFailed, dstHeight, [&] {
         return convert(image, {dst, dstStep, dstWidth, dstHeight}, factor);
     });
 }
@@ -141,7 +143,7 @@ KT7_EXPORT std::int32_t PSImageICC2QImage(const QxIccProfiles* profiles, const P
     const std::int32_t converted = PSImage2QImage(image, dst, dstStep, dstWidth, dstHeight, factor);
     if (converted != done)
         return converted;
-    return resultOr(colourFailed, [&] {
+    return resultOr(colourFailed, dstHeight, [&] {
         return iccConvertQImage(profiles->sourceProfile, profiles->sourceProfileSize,
                                 profiles->targetProfile, profiles->targetProfileSize, dst, dstStep,
                                 dstWidth, dstHeight);
@@ -154,12 +156,14 @@ KT7_EXPORT std::int32_t psC1U8toU15(const std::uint8_t* src, std::int32_t srcSte
     using namespace kt7;
     if (!arePlanes(src, srcStep, dst, dstStep, width, height))
         return conversionFailed;
-    parallelRows(height, [=](std::int32_t y) {
-        std::uint16_t* to = rowAt(dst, dstStep, y);
-        primConvert8u16uC1(rowAt(src, srcStep, y), srcStep, to, dstStep, {width, 1});
-        primAddC16uC1I(1, to, dstStep, {width, 1}, -7);
+    return guarded(height, [=] {
+        parallelRows(height, [=](std::int32_t y) {
+            std::uint16_t* to = rowAt(dst, dstStep, y);
+            primConvert8u16uC1(rowAt(src, srcStep, y), srcStep, to, dstStep, {width, 1});
+            primAddC16uC1I(1, to, dstStep, {width, 1}, -7);
+        });
+        return done;
     });
-    return done;
 }
 
 KT7_EXPORT std::int32_t psC1U15toU8(const std::uint16_t* src, std::int32_t srcStep,
@@ -168,17 +172,19 @@ KT7_EXPORT std::int32_t psC1U15toU8(const std::uint16_t* src, std::int32_t srcSt
     using namespace kt7;
     if (!arePlanes(src, srcStep, dst, dstStep, width, height))
         return conversionFailed;
-    parallelRows(height, [=](std::int32_t y) {
-        constexpr std::int32_t stripLength = 2048;
-        constexpr std::int32_t stripBytes = stripLength * 2;
-        std::array<std::uint16_t, stripLength> strip;
-        const std::uint16_t* from = rowAt(src, srcStep, y);
-        std::uint8_t* to = rowAt(dst, dstStep, y);
-        for (std::int32_t x = 0; x < width; x += stripLength) {
-            const PrimSize size{std::min(stripLength, width - x), 1};
-            primSubC16uC1(from + x, srcStep, 128, strip.data(), stripBytes, size, 7);
-            primConvert16u8uC1(strip.data(), stripBytes, to + x, dstStep, size);
-        }
+    return guarded(height, [=] {
+        parallelRows(height, [=](std::int32_t y) {
+            constexpr std::int32_t stripLength = 2048;
+            constexpr std::int32_t stripBytes = stripLength * 2;
+            std::array<std::uint16_t, stripLength> strip;
+            const std::uint16_t* from = rowAt(src, srcStep, y);
+            std::uint8_t* to = rowAt(dst, dstStep, y);
+            for (std::int32_t x = 0; x < width; x += stripLength) {
+                const PrimSize size{std::min(stripLength, width - x), 1};
+                primSubC16uC1(from + x, srcStep, 128, strip.data(), stripBytes, size, 7);
+                primConvert16u8uC1(strip.data(), stripBytes, to + x, dstStep, size);
+            }
+        });
+        return done;
     });
-    return done;
 }

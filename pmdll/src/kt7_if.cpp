@@ -11,7 +11,6 @@
 #include "qxenhlib/grainStage.h"
 #include "qxenhlib/sharpenStage.h"
 #include "qxutils/NoiseNormalize.h"
-#include "qxutils/floatMode.h"
 #include "qxutils/qxbase/IMG.h"
 #include "qxutils/qxbase/QXRC.h"
 #include "qxutils/qxbase/hostFormat.h"
@@ -169,22 +168,22 @@ KT7_EXPORT std::int32_t qxDenoiseKt7(QxProgress* progress, PSImage* image,
                                      std::int32_t fullQuality) {
     using namespace kt7;
     constexpr std::int32_t failed = -1000;
-    if (progress == nullptr)
-        return failed;
     const BusyGuard busy;
     if (!busy.held())
         return 1;
-    const ThreadCap threads(mostThreads);
-    const FloatModeScope floatMode;
-    const Settings settings = {bearable(lumaSmooth),   bearable(sharpen), chromaMedianMode,
-                               bearable(chromaSmooth), bearable(grain),   fullQuality == 0};
-    return resultOf([&] { return denoise(*progress, image, noise, settings); },
-                    [&](int code) {
-                        finishFailedCall(*progress);
-                        return code + failed;
-                    },
-                    [&] {
-                        finishFailedCall(*progress);
-                        return failed;
-                    });
+    if (progress == nullptr)
+        return failed;
+    return guarded(mostThreads, [&] {
+        const Settings settings = {bearable(lumaSmooth),   bearable(sharpen), chromaMedianMode,
+                                   bearable(chromaSmooth), bearable(grain),   fullQuality == 0};
+        return resultOf([&] { return denoise(*progress, image, noise, settings); },
+                        [&](int code) {
+                            finishFailedCall(*progress);
+                            return code + failed;
+                        },
+                        [&] {
+                            finishFailedCall(*progress);
+                            return failed;
+                        });
+    });
 }

@@ -1,11 +1,11 @@
 // The noise estimate.
 #include "pmdll/src/NoiseBandEstimator.h"
+#include "pmdll/src/callGuards.h"
 #include "pmdll/src/decimate.h"
 #include "pmdll/src/exports.h"
 #include "prim/arith.h"
 #include "prim/convert.h"
 #include "qxutils/NoiseNormalize.h"
-#include "qxutils/floatMode.h"
 #include "qxutils/parallel.h"
 #include "qxutils/qxbase/IMG.h"
 #include "qxutils/qxbase/hostFormat.h"
@@ -87,6 +87,5 @@ KT7_EXPORT std::int32_t qxKt7NoiseEst(PSImage* image, QxNoiseLevels* levels) {
     *levels = {noNoise, noNoise, noNoise, noNoise, noNoise, usualGrain};
     if (!isUsable(image, image != nullptr && image->format == formatRgb8 ? 1 : 2))
         return 0;
-    const FloatModeScope floatMode;
-    return measure(*image, *levels);
+    return guarded(image->height / 4, [&] { return measure(*image, *levels); });
 }

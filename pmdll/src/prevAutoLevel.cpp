@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 
+#include "pmdll/src/callGuards.h"
 #include "pmdll/src/exports.h"
 #include "prim/arith.h"
 #include "prim/kernels/KernelTable.h"
@@ -18,6 +19,8 @@ struct Preview {
     std::uint8_t* rgb;
     std::int32_t rowBytes, width, height;
 
+    /// Nothing to show, which is no mistake: a host's view may be shut.
+    bool isEmpty() const { return (width == 0 && height >= 0) || (height == 0 && width >= 0); }
     bool isUsable() const {
         return rgb != nullptr && width >= 1 && height >= 1 && rowBytes >= std::int64_t{3} * width;
     }
@@ -184,18 +187,31 @@ void showPlane(const Preview& preview, Split split, int plane, const Stretch& st
     });
 }
 
-/// The two functions that split RGB into a luma and two differences.
-std::int32_t differenceView(const Preview& preview, Split split, std::int32_t mode,
-                            std::int32_t target) {
-    if (mode < 0 || mode > 4 || !preview.isUsable())
+/// Runs show() for a mode of 0 to lastMode and a view that has pixels.
+template <class Show>
+std::int32_t view(const Preview& preview, std::int32_t mode, std::int32_t lastMode, Show&& show) {
+    if (mode < 0 || mode > lastMode)
         return refused;
+    if (preview.isEmpty())
+        return done;
+    if (!preview.isUsable())
+        return refused;
+    return guarded(preview.height, [&] {
+        show();
+        return done;
+    });
+}
+
+/// What the two functions show that split RGB into a luma and two differences.
+void showDifferenceView(const Preview& preview, Split split, std::int32_t mode,
+                        std::int32_t target) {
     const bool levelled = target > 1;
     if (mode <= 1) {
         if (mode == 1)
             showPlane(preview, split, 0, {});
         if (levelled)
             autoGain(preview, target);
-        return done;
+        return;
     }
     Stretch stretch;
     if (levelled) {
@@ -207,7 +223,20 @@ std::int32_t differenceView(const Preview& preview, Split split, std::int32_t mo
         showDifferences(preview, split, stretch);
     else
         showPlane(preview, split, mode - 2, stretch);
-    return done;
+}
+
+std::int32_t differenceView(const Preview& preview, Split split, std::int32_t mode,
+                            std::int32_t target) {
+    return view(preview, mode, 4, [&] { showDifferenceView(preview, split, mode, target); });
+}
+
+void showChannel(const Preview& preview, std::int32_t channel) {
+    forStrips(preview, [=](Strip strip) {
+        std::array<std::uint8_t, stripPixels> samples;
+        for (std::int32_t x = 0; x < strip.pixels; ++x)
+            samples[static_cast<std::size_t>(x)] = strip.rgb[3 * x + channel];
+        previewKernels->fromGrey(samples.data(), strip.rgb, strip.pixels);
+    });
 }
 
 } // namespace
@@ -219,8 +248,10 @@ KT7_EXPORT std::int32_t qxPreviewAutoLevel(std::uint8_t* rgb, std::int32_t rowBy
     const Preview preview{rgb, rowBytes, width, height};
     if (!preview.isUsable())
         return refused;
-    autoGain(preview, static_cast<double>(target));
-    return done;
+    return guarded(height, [&] {
+        autoGain(preview, static_cast<double>(target));
+        return done;
+    });
 }
 
 KT7_EXPORT std::int32_t qxRGBAutoLevel(std::uint8_t* rgb, std::int32_t rowBytes, std::int32_t width,
@@ -228,18 +259,12 @@ KT7_EXPORT std::int32_t qxRGBAutoLevel(std::uint8_t* rgb, std::int32_t rowBytes,
                                        std::int32_t target) {
     using namespace kt7;
     const Preview preview{rgb, rowBytes, width, height};
-    if (mode < 0 || mode > 3 || !preview.isUsable())
-        return refused;
-    if (mode > 0)
-        forStrips(preview, [=](Strip strip) {
-            std::array<std::uint8_t, stripPixels> channel;
-            for (std::int32_t x = 0; x < strip.pixels; ++x)
-                channel[static_cast<std::size_t>(x)] = strip.rgb[3 * x + mode - 1];
-            previewKernels->fromGrey(channel.data(), strip.rgb, strip.pixels);
-        });
-    if (target > 1)
-        autoGain(preview, target);
-    return done;
+    return view(preview, mode, 3, [&] {
+        if (mode > 0)
+            showChannel(preview, mode - 1);
+        if (target > 1)
+            autoGain(preview, target);
+    });
 }
 
 KT7_EXPORT std::int32_t qxRGB2YCbCrAutoLevel(std::uint8_t* rgb, std::int32_t rowBytes,

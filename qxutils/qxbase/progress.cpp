@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "qxutils/floatMode.h"
+
 namespace kt7 {
 
 std::int32_t qxProgressAdvance(QxProgress* p, std::int32_t delta) {
@@ -12,7 +14,12 @@ std::int32_t qxProgressAdvance(QxProgress* p, std::int32_t delta) {
         static_cast<std::int32_t>(std::min(std::int64_t{p->total}, std::int64_t{p->done} + delta));
     if (p->callback == nullptr || p->userData == nullptr)
         return 1;
-    return p->callback(p->done, p->total, p->userData);
+    const FloatModeScope againstChanges;
+    try {
+        return p->callback(p->done, p->total, p->userData);
+    } catch (...) {
+        throw HostThrew();
+    }
 }
 
 } // namespace kt7

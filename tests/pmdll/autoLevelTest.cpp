@@ -169,13 +169,17 @@ TEST(AutoLevel, RefusalsWriteNothing) {
     Bytes rgb = before;
     const struct {
         std::int32_t rowBytes, width, height;
-    } bad[] = {{5, 2, 1}, {6, 0, 1}, {6, 2, -1}, {6, 1 << 30, 1}};
+    } bad[] = {{5, 2, 1}, {6, -1, 0}, {6, 2, -1}, {6, 1 << 30, 1}};
     for (const View view : {&qxRGBAutoLevel, &qxRGB2YCbCrAutoLevel, &qxRGB2GDbDrAutoLevel}) {
         for (const std::int32_t mode : {-1, view == &qxRGBAutoLevel ? 4 : 5})
             EXPECT_EQ(0, view(rgb.data(), 6, 2, 1, mode, 200));
         for (const auto& [rowBytes, width, height] : bad)
             EXPECT_EQ(0, view(rgb.data(), rowBytes, width, height, 1, 200));
         EXPECT_EQ(0, view(nullptr, 6, 2, 1, 1, 200));
+        // Nothing is shown of an empty view, as asked.
+        EXPECT_EQ(1, view(rgb.data(), 6, 2, 0, 2, 200));
+        EXPECT_EQ(1, view(nullptr, 0, 0, 1, 0, 200));
+        EXPECT_EQ(0, view(nullptr, 0, 0, 1, -1, 200));
     }
     EXPECT_EQ(0, qxPreviewAutoLevel(nullptr, 6, 2, 1, 200.0f));
     EXPECT_EQ(0, qxPreviewAutoLevel(rgb.data(), 5, 2, 1, 200.0f));

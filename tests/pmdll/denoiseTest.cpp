@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 
 #include "tests/support/hostImage.h"
 #include "tests/support/progressLog.h"
@@ -140,6 +141,27 @@ TEST_P(DenoiseCancel, AtEveryReport) {
 // Sizes of 8 and of 9 tiles.
 INSTANTIATE_TEST_SUITE_P(TileCounts, DenoiseCancel,
                          testing::Values(std::pair{150, 420}, std::pair{290, 290}));
+
+// Codes of the library's own among them, which would read as done and as cancelled.
+TEST(Denoise, WhateverLeavesTheCallbackIsAFailure) {
+    HostImage<std::uint8_t> noisy(64, 64);
+    noisy.fillNoisyScene(0.05);
+    void (*const throws[])() = {[] { throw 1001; }, [] { throw 1000; }, [] { throw "text"; },
+                                [] { throw std::bad_alloc(); }};
+    for (const auto leave : throws)
+        for (std::size_t at = 0; at < 12; ++at) {
+            HostImage<std::uint8_t> image(noisy);
+            ProgressLog log;
+            log.during = [&] {
+                if (log.reports.size() > at)
+                    leave();
+            };
+            EXPECT_EQ(denoise(log, image, levelsOf(0.05f)), -1000) << at;
+            EXPECT_EQ(image.samples == noisy.samples, at < 10) << at;
+            EXPECT_EQ(log.record.done, 100000);
+        }
+    EXPECT_EQ(denoise(noisy, levelsOf(0.05f)), 1);
+}
 
 TEST(Denoise, RefusesWhatItCannotRead) {
     HostImage<std::uint8_t> image(40, 30);

@@ -8,6 +8,8 @@
 #include <atomic>
 #include <bit>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <map>
 #include <new>
 #include <ostream>
@@ -201,7 +203,8 @@ TEST(EveryCall, WorksBesideARunningDenoise) {
         Scene second(12);
         faults += denoise.run(second) != 1 || second.written() != untouched.written();
         std::thread([&] { faults += denoise.run(second) != 1; }).join();
-        faults += !second.log.reports.empty();
+        faults += !second.log.reports.empty() || second.log.record.total != 0;
+        faults += qxDenoiseKt7(nullptr, nullptr, nullptr, 0.0f, 0.0f, 0, 0.0f, 0.0f, 0) != 1;
     };
     EXPECT_EQ(denoise.run(running), 1);
     over = true;
@@ -210,6 +213,24 @@ TEST(EveryCall, WorksBesideARunningDenoise) {
     omp_set_num_threads(threads);
     EXPECT_EQ(faults, 0);
     EXPECT_NE(running.image.samples, Scene(280).image.samples);
+}
+
+std::ptrdiff_t threadsOfThisProcess() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
+}
+
+TEST(EveryCall, TakesNoMoreThreadsThanThereAreProcessors) {
+    const int threads = omp_get_max_threads();
+    const std::ptrdiff_t before = threadsOfThisProcess();
+    omp_set_num_threads(100000);
+    for (const Call& call : calls) {
+        Scene scene(call.side);
+        EXPECT_EQ(call.run(scene), 1) << call.name;
+        EXPECT_EQ(omp_get_max_threads(), 100000) << call.name;
+        EXPECT_LE(threadsOfThisProcess(), before + omp_get_num_procs()) << call.name;
+    }
+    omp_set_num_threads(threads);
 }
 
 /// Spreads a scene's rows over more than 2 GiB while it lives; hardly any of it is ever touched.

@@ -23,8 +23,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/kt7/files/photo.h"
 #include "tools/kt7/library.h"
-#include "tools/kt7/photo.h"
 #include "tools/kt7/textureGuard.h"
 
 namespace {

@@ -25,7 +25,7 @@
 #include "bench/matchingFloor.h"
 #include "include/kt7lib/kt7lib.h"
 #include "qxutils/parallel.h"
-#include "tools/kt7/demoScene.h"
+#include "tools/kt7/scene/demoScene.h"
 
 namespace {
 

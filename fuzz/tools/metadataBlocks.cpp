@@ -1,4 +1,4 @@
-#include "tools/kt7/metadataBlocks.h"
+#include "tools/kt7/files/metadataBlocks.h"
 #include "fuzz/Input.h"
 
 /// Two files: the metadata of the first moves into the second. The input starts with the size of

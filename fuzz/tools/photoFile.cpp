@@ -1,8 +1,8 @@
 #include "fuzz/Input.h"
 #include "tests/tools/scratchFolder.h"
 #include "tools/kt7/errors.h"
-#include "tools/kt7/imageFile.h"
-#include "tools/kt7/memoryFile.h"
+#include "tools/kt7/files/imageFile.h"
+#include "tools/kt7/files/memoryFile.h"
 
 #include <new>
 #include <optional>

@@ -2,8 +2,8 @@
 #include "tests/support/iccProfiles.h"
 #include "tests/tools/scratchFolder.h"
 
-#include "tools/kt7/demoScene.h"
-#include "tools/kt7/imageFile.h"
+#include "tools/kt7/files/imageFile.h"
+#include "tools/kt7/scene/demoScene.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #include "tools/kt7/textureGuard.h"
 
-#include "tools/kt7/demoScene.h"
+#include "tools/kt7/files/photo.h"
 #include "tools/kt7/library.h"
-#include "tools/kt7/photo.h"
+#include "tools/kt7/scene/demoScene.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include "kt7lib/kt7lib.h"
 #include "tools/kt7/errors.h"
-#include "tools/kt7/photo.h"
+#include "tools/kt7/files/photo.h"
 #include "tools/kt7/signals.h"
 
 #include <algorithm>

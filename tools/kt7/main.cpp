@@ -1,5 +1,5 @@
 // kt7: denoises photographs from the command line.
-#include "tools/kt7/commands.h"
+#include "tools/kt7/commands/commands.h"
 #include "tools/kt7/errors.h"
 #include "tools/kt7/signals.h"
 

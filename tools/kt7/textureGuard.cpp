@@ -1,7 +1,7 @@
 #include "tools/kt7/textureGuard.h"
 
+#include "tools/kt7/files/photo.h"
 #include "tools/kt7/library.h"
-#include "tools/kt7/photo.h"
 
 #include <algorithm>
 #include <cmath>

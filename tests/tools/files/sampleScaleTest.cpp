@@ -1,4 +1,4 @@
-#include "tools/kt7/sampleScale.h"
+#include "tools/kt7/files/sampleScale.h"
 
 #include <gtest/gtest.h>
 

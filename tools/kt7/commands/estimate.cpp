@@ -1,7 +1,7 @@
 // kt7 estimate: the noise levels of photographs.
-#include "tools/kt7/commands.h"
+#include "tools/kt7/commands/commands.h"
 #include "tools/kt7/errors.h"
-#include "tools/kt7/imageFile.h"
+#include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/json.h"
 #include "tools/kt7/library.h"
 

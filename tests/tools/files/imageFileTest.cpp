@@ -1,4 +1,4 @@
-#include "tools/kt7/imageFile.h"
+#include "tools/kt7/files/imageFile.h"
 #include "tests/support/iccProfiles.h"
 #include "tests/tools/scratchFolder.h"
 #include "tools/kt7/errors.h"

@@ -1,4 +1,4 @@
-#include "tools/kt7/quietStderr.h"
+#include "tools/kt7/files/quietStderr.h"
 
 #include <cstdio>
 #include <fcntl.h>

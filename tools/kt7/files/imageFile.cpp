@@ -1,13 +1,13 @@
-#include "tools/kt7/imageFile.h"
+#include "tools/kt7/files/imageFile.h"
 
-#include "tools/kt7/atomicOutput.h"
 #include "tools/kt7/errors.h"
-#include "tools/kt7/memoryFile.h"
-#include "tools/kt7/metadataBlocks.h"
-#include "tools/kt7/quietStderr.h"
-#include "tools/kt7/sampleScale.h"
+#include "tools/kt7/files/atomicOutput.h"
+#include "tools/kt7/files/memoryFile.h"
+#include "tools/kt7/files/metadataBlocks.h"
+#include "tools/kt7/files/quietStderr.h"
+#include "tools/kt7/files/sampleScale.h"
+#include "tools/kt7/files/trial.h"
 #include "tools/kt7/signals.h"
-#include "tools/kt7/trial.h"
 
 #include <OpenImageIO/imageio.h>
 

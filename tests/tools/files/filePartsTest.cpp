@@ -1,10 +1,10 @@
 // Atomic output and metadata blocks.
 #include "tests/tools/scratchFolder.h"
-#include "tools/kt7/atomicOutput.h"
 #include "tools/kt7/errors.h"
+#include "tools/kt7/files/atomicOutput.h"
+#include "tools/kt7/files/memoryFile.h"
+#include "tools/kt7/files/metadataBlocks.h"
 #include "tools/kt7/json.h"
-#include "tools/kt7/memoryFile.h"
-#include "tools/kt7/metadataBlocks.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/kt7/demoScene.h"
+#include "tools/kt7/scene/demoScene.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 // kt7 denoise: photographs in, photographs out.
-#include "tools/kt7/atomicOutput.h"
 #include "tools/kt7/checks.h"
-#include "tools/kt7/commands.h"
+#include "tools/kt7/commands/commands.h"
 #include "tools/kt7/defaults.h"
 #include "tools/kt7/errors.h"
-#include "tools/kt7/imageFile.h"
+#include "tools/kt7/files/atomicOutput.h"
+#include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/json.h"
 #include "tools/kt7/library.h"
 #include "tools/kt7/progressBar.h"

@@ -1,4 +1,4 @@
-#include "tools/kt7/trial.h"
+#include "tools/kt7/files/trial.h"
 
 #include <cerrno>
 #include <csignal>

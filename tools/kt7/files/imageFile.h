@@ -1,7 +1,7 @@
 // Reading and writing of image files.
 #pragma once
 
-#include "tools/kt7/photo.h"
+#include "tools/kt7/files/photo.h"
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include "tools/kt7/memoryFile.h"
+#include "tools/kt7/files/memoryFile.h"
 
 #include "tools/kt7/errors.h"
 #include "tools/kt7/signals.h"

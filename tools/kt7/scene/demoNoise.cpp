@@ -1,6 +1,6 @@
 // Sensor noise and sample conversions. Integer arithmetic, + - * / and sqrt only: these round alike
 // everywhere, unlike the functions of a mathematics library.
-#include "tools/kt7/demoScene.h"
+#include "tools/kt7/scene/demoScene.h"
 
 #include <algorithm>
 #include <cmath>

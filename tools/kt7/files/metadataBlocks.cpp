@@ -1,4 +1,4 @@
-#include "tools/kt7/metadataBlocks.h"
+#include "tools/kt7/files/metadataBlocks.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,9 +1,9 @@
 // kt7 levels: one aspect of a photo, brightened or stretched until it shows.
-#include "tools/kt7/atomicOutput.h"
-#include "tools/kt7/commands.h"
+#include "tools/kt7/commands/commands.h"
 #include "tools/kt7/defaults.h"
 #include "tools/kt7/errors.h"
-#include "tools/kt7/imageFile.h"
+#include "tools/kt7/files/atomicOutput.h"
+#include "tools/kt7/files/imageFile.h"
 
 #include <CLI/CLI.hpp>
 

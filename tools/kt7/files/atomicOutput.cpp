@@ -1,7 +1,7 @@
-#include "tools/kt7/atomicOutput.h"
+#include "tools/kt7/files/atomicOutput.h"
 
 #include "tools/kt7/errors.h"
-#include "tools/kt7/memoryFile.h"
+#include "tools/kt7/files/memoryFile.h"
 #include "tools/kt7/signals.h"
 
 #include <cerrno>

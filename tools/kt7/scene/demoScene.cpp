@@ -1,8 +1,8 @@
 // The picture. Shapes are signed distances turned into coverage over one pixel, so edges are
 // anti-aliased without sampling a pixel twice. Coordinates have the height as their unit.
-#include "tools/kt7/demoScene.h"
+#include "tools/kt7/scene/demoScene.h"
 
-#include "tools/kt7/bitmapFont.h"
+#include "tools/kt7/scene/bitmapFont.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "tools/kt7/bitmapFont.h"
+#include "tools/kt7/scene/bitmapFont.h"
 
 #include <array>
 #include <cstdint>

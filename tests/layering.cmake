@@ -1,14 +1,16 @@
-# Include lines point one way: prim <- qxutils <- qxenhlib <- pmdll/src; tools and examples know the
-# public header alone; OpenMP, Little CMS and FLANN each stand in one file.
+# Include lines point one way: prim <- qxutils <- qxenhlib <- pmdll/src; photo calls the library as a
+# host and shares only what stands below images; tools know public headers alone; OpenMP, Little CMS
+# and FLANN each stand in one file.
 #   cmake -DROOT=source -P layering.cmake
 set(allowed_prim "prim/")
 set(allowed_qxutils "prim/|qxutils/|include/kt7lib/kt7types\\.h")
 set(allowed_qxenhlib "prim/|qxutils/|qxenhlib/|include/kt7lib/kt7types\\.h")
 set(allowed_pmdll "prim/|qxutils/|qxenhlib/|pmdll/src/|include/kt7lib/")
-set(allowed_tools "tools/kt7/|kt7lib/kt7lib\\.h")
+set(allowed_photo "photo/|include/kt7(lib|photo)/|prim/(rows|memory)\\.h|prim/kernels/(KernelTarget|cpuTarget)\\.h|qxutils/parallel\\.h")
+set(allowed_tools "tools/kt7/|kt7(lib|photo)/kt7(lib|photo)\\.h")
 set(faults "")
 set(seen 0)
-foreach(folder prim qxutils qxenhlib pmdll tools)
+foreach(folder prim qxutils qxenhlib pmdll photo tools)
   file(GLOB_RECURSE sources RELATIVE ${ROOT} ${ROOT}/${folder}/*.h ${ROOT}/${folder}/*.cpp)
   foreach(source IN LISTS sources)
     file(STRINGS ${ROOT}/${source} includes REGEX "^#include ")

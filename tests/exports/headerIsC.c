@@ -1,5 +1,6 @@
-/* The public header alone, as C11. */
+/* The public headers alone, as C11. */
 #include "kt7lib/kt7lib.h"
+#include "kt7photo/kt7photo.h"
 
 #include <stddef.h>
 
@@ -26,6 +27,13 @@ _Static_assert(offsetof(QxIccProfiles, sourceProfile) == 0, "QxIccProfiles");
 _Static_assert(offsetof(QxIccProfiles, sourceProfileSize) == 8, "QxIccProfiles");
 _Static_assert(offsetof(QxIccProfiles, targetProfile) == 16, "QxIccProfiles");
 _Static_assert(offsetof(QxIccProfiles, targetProfileSize) == 24, "QxIccProfiles");
+
+_Static_assert(offsetof(Kt7PhotoImage, planes) == 24, "Kt7PhotoImage");
+_Static_assert(offsetof(Kt7PhotoImage, alpha) == 96, "Kt7PhotoImage");
+_Static_assert(sizeof(Kt7PhotoImage) == 120, "Kt7PhotoImage");
+_Static_assert(offsetof(Kt7PhotoSettings, threads) == 44, "Kt7PhotoSettings");
+_Static_assert(sizeof(Kt7PhotoSettings) == 80, "Kt7PhotoSettings");
+_Static_assert(sizeof(Kt7PhotoMask) == 32, "Kt7PhotoMask");
 
 int main(void) {
     return qxSetupLib(5) | qxSetupLib(-1) | setDebugTrace(1);

@@ -1,0 +1,15 @@
+// The noise of a photo.
+#pragma once
+
+#include "include/kt7photo/kt7photo.h"
+#include "photo/engine.h"
+
+namespace kt7::photo {
+
+/// Measures; `image` is the photo, of any size. Raises what ends the call.
+Kt7PhotoNoise measuredNoise(const EngineImage& image, Progress& progress);
+
+/// Puts other levels into a measurement; see kt7PhotoSetLevels.
+void setLevels(Kt7PhotoNoise& noise, const QxNoiseLevels& levels) noexcept;
+
+} // namespace kt7::photo

@@ -2,6 +2,9 @@
 # file.
 include(CMakePackageConfigHelpers)
 
+file(RELATIVE_PATH include_from_lib
+  "${CMAKE_INSTALL_FULL_LIBDIR}" "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
+
 function(kt7_install_library name)
   install(TARGETS ${name} EXPORT ${name}Targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(DIRECTORY include/${name} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})

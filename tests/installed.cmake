@@ -1,26 +1,64 @@
-# Installs into a fresh folder and builds the examples against it, through CMake and pkg-config.
-#   cmake -DBUILD=build folder -DSOURCE=source -DWORK=scratch folder -DLIBDIR=lib -P installed.cmake
+# Runs the README's lines that install the libraries and build an example, then moves the installed
+# tree and builds all examples, through CMake and pkg-config. Nothing installed may name the old place.
+#   cmake -DBUILD=build folder -DSOURCE=source -DWORK=scratch folder -DLIBDIR=lib -DVERSION=1.2.3
+#     -P installed.cmake
 file(REMOVE_RECURSE ${WORK})
-set(prefix ${WORK}/prefix)
-execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix}
-  OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
-execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE}/examples -B ${WORK}/build -G Ninja
-  -DCMAKE_PREFIX_PATH=${prefix} OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
-execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK}/build OUTPUT_QUIET
-  COMMAND_ERROR_IS_FATAL ANY)
+file(MAKE_DIRECTORY ${WORK})
+function(run)
+  execute_process(COMMAND ${ARGN} WORKING_DIRECTORY ${SOURCE} OUTPUT_VARIABLE output ERROR_QUIET
+    OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  set(output "${output}" PARENT_SCOPE)
+endfunction()
+
+file(READ ${SOURCE}/README.md readme)
+if(NOT readme MATCHES "\n```\n(cmake --install [^`]*)```")
+  message(FATAL_ERROR "README.md has no lines that install")
+endif()
+set(lines "${CMAKE_MATCH_1}")
+foreach(pair "build/release=${BUILD}" "/opt/kt7/lib=/opt/kt7/${LIBDIR}" "/opt/kt7=${WORK}/first"
+    "./kt7host=kt7host" "kt7host=${WORK}/kt7host")
+  string(REGEX MATCH "^([^=]*)=(.*)$" pair "${pair}")
+  string(REPLACE "${CMAKE_MATCH_1}" "${CMAKE_MATCH_2}" lines "${lines}")
+endforeach()
+run(sh -ec "${lines}")
+
+set(prefix ${WORK}/moved)
+file(RENAME ${WORK}/first ${prefix})
+run(${CMAKE_COMMAND} -S ${SOURCE}/examples -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${prefix})
+run(${CMAKE_COMMAND} --build ${WORK}/build)
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
+set(versions "")
 foreach(example IN ITEMS "kt7lib host kt7host" "kt7photo photo kt7photohost")
   separate_arguments(example)
   list(GET example 0 library)
   list(GET example 1 source)
   list(GET example 2 program)
-  execute_process(COMMAND ${WORK}/build/${program} COMMAND_ERROR_IS_FATAL ANY)
-  execute_process(COMMAND pkg-config --define-variable=prefix=${prefix}
-    --cflags --libs ${library} OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE
-    COMMAND_ERROR_IS_FATAL ANY)
-  separate_arguments(flags UNIX_COMMAND "${flags}")
-  execute_process(COMMAND cc ${SOURCE}/examples/${source}.c ${flags} -lm
-    -Wl,-rpath,${prefix}/${LIBDIR} -o ${WORK}/pkg_${program} COMMAND_ERROR_IS_FATAL ANY)
-  execute_process(COMMAND ${WORK}/pkg_${program} COMMAND_ERROR_IS_FATAL ANY)
+  run(${WORK}/build/${program})
+  run(pkg-config --modversion ${library})
+  list(APPEND versions "${output}")
+  run(pkg-config --cflags --libs ${library})
+  separate_arguments(flags UNIX_COMMAND "${output}")
+  run(cc examples/${source}.c ${flags} -lm -Wl,-rpath,${prefix}/${LIBDIR} -o ${WORK}/pkg_${program})
+  run(${WORK}/pkg_${program})
+endforeach()
+if(EXISTS ${prefix}/bin/kt7)
+  run(${prefix}/bin/kt7 --version)
+  list(APPEND versions "${output}")
+endif()
+
+file(READ ${SOURCE}/CHANGELOG.md changelog)
+string(REGEX MATCH "\n## \\[([0-9.]+)\\]" newest "${changelog}")
+list(APPEND versions "${CMAKE_MATCH_1}")
+foreach(version IN LISTS versions)
+  if(NOT version MATCHES "^(kt7 )?${VERSION}$")
+    message(FATAL_ERROR "not ${VERSION} everywhere: ${versions}")
+  endif()
+endforeach()
+file(GLOB_RECURSE texts ${prefix}/*.cmake ${prefix}/*.pc ${prefix}/*.h)
+foreach(file IN LISTS texts)
+  file(READ ${file} text)
+  if(text MATCHES "${WORK}|${BUILD}|${SOURCE}")
+    message(FATAL_ERROR "${file} names a folder of this machine")
+  endif()
 endforeach()

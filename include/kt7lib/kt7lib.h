@@ -9,6 +9,10 @@
 
 #include "kt7types.h"
 
+/* The version: as a number, a byte each for major, minor and patch, and as text. */
+#define KT7LIB_VERSION 0x000100
+#define KT7LIB_VERSION_TEXT "0.1.0"
+
 #ifdef __cplusplus
 extern "C" {
 #endif

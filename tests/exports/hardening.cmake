@@ -1,6 +1,8 @@
 # What the library brings into a host's process: only the libraries it needs, all addresses bound at
 # load and then read only, no code rewritten, no stack that runs code, stacks guarded.
-#   cmake -DREADELF=readelf -DLIBRARY=kt7lib.so -P hardening.cmake
+# Programs likewise; and nothing that was built is looked for in the current folder, which is what an
+# empty element of a run path means.
+#   cmake -DREADELF=readelf -DLIBRARY=kt7lib.so -DPROGRAMS=LIST -DFOLDERS=LIST -P hardening.cmake
 execute_process(COMMAND ${READELF} -dlW ${LIBRARY} OUTPUT_VARIABLE table
   COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${READELF} --dyn-syms -W ${LIBRARY} OUTPUT_VARIABLE symbols
@@ -21,6 +23,23 @@ endif()
 if(NOT table MATCHES "GNU_RELRO" OR NOT table MATCHES "BIND_NOW|FLAGS_1[^\n]*NOW")
   list(APPEND faults "addresses bound late")
 endif()
+foreach(program IN LISTS PROGRAMS)
+  execute_process(COMMAND ${READELF} -dlW ${program} OUTPUT_VARIABLE table
+    COMMAND_ERROR_IS_FATAL ANY)
+  if(NOT table MATCHES "GNU_RELRO" OR NOT table MATCHES "BIND_NOW|FLAGS_1[^\n]*NOW")
+    list(APPEND faults "${program}: addresses bound late")
+  endif()
+endforeach()
+foreach(folder IN LISTS FOLDERS)
+  file(GLOB built ${folder}/*)
+  execute_process(COMMAND ${READELF} -d ${built} OUTPUT_VARIABLE table ERROR_QUIET)
+  string(REGEX MATCHALL "(RUNPATH|RPATH)[^\n]*" paths "${table}")
+  foreach(path IN LISTS paths)
+    if(path MATCHES "::|\\[:|:\\]|\\[\\]")
+      list(APPEND faults "${path}")
+    endif()
+  endforeach()
+endforeach()
 if(NOT symbols MATCHES "__stack_chk_fail")
   list(APPEND faults "no stack protector")
 endif()

@@ -35,6 +35,12 @@ _Static_assert(offsetof(Kt7PhotoSettings, threads) == 44, "Kt7PhotoSettings");
 _Static_assert(sizeof(Kt7PhotoSettings) == 80, "Kt7PhotoSettings");
 _Static_assert(sizeof(Kt7PhotoMask) == 32, "Kt7PhotoMask");
 
+/* "0.1.0" and 0x000100 are the same version. */
+_Static_assert(sizeof KT7LIB_VERSION_TEXT == 6, "the check below reads single digits");
+
 int main(void) {
+    const char* text = KT7LIB_VERSION_TEXT;
+    if (KT7LIB_VERSION != (text[0] - '0') << 16 | (text[2] - '0') << 8 | (text[4] - '0'))
+        return 1;
     return qxSetupLib(5) | qxSetupLib(-1) | setDebugTrace(1);
 }

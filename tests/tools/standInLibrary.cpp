@@ -27,3 +27,22 @@ STAND_IN int32_t qxKt7NoiseEst(PSImage*, QxNoiseLevels* levels) {
     *levels = {0.01f, 0.01f, 0.01f, 0.01f, 0.01f, 0.3f};
     return 1;
 }
+
+// kt7 is bound at load and looks for the others, too.
+STAND_IN int32_t PSImageICC2QImage(const QxIccProfiles*, const PSImage*, uint8_t*, int32_t, int32_t,
+                                   int32_t, float) {
+    return -1;
+}
+STAND_IN int32_t psC1U15toU8(const uint16_t*, int32_t, int32_t, int32_t, uint8_t*, int32_t) {
+    return -1;
+}
+STAND_IN int32_t qxPreviewAutoLevel(uint8_t*, int32_t, int32_t, int32_t, float) {
+    return 0;
+}
+#define STAND_IN_VIEW(name)                                                                        \
+    STAND_IN int32_t name(uint8_t*, int32_t, int32_t, int32_t, int32_t, int32_t) {                 \
+        return 0;                                                                                  \
+    }
+STAND_IN_VIEW(qxRGBAutoLevel)
+STAND_IN_VIEW(qxRGB2YCbCrAutoLevel)
+STAND_IN_VIEW(qxRGB2GDbDrAutoLevel)

@@ -1,4 +1,5 @@
 // kt7: denoises photographs from the command line.
+#include "kt7lib/kt7lib.h"
 #include "tools/kt7/commands/commands.h"
 #include "tools/kt7/errors.h"
 #include "tools/kt7/signals.h"
@@ -23,7 +24,7 @@ int finish(int result) {
 
 int run(int argc, char** argv) {
     CLI::App application("Removes noise from photographs.", "kt7");
-    application.set_version_flag("--version", "kt7 " KT7_VERSION);
+    application.set_version_flag("--version", "kt7 " KT7LIB_VERSION_TEXT);
     application.require_subcommand(1);
     application.footer("kt7 COMMAND --help tells the options of a command.");
     std::vector<Command> commands;

@@ -7,6 +7,11 @@ packages="g++ cmake ninja-build pkg-config git ca-certificates
 libflann-dev liblcms2-dev libopenimageio-dev libcli11-dev
 libgtest-dev libgmock-dev libbenchmark-dev $*"
 
+fail() {
+    echo "setup: $1" >&2
+    exit 1
+}
+
 missing=""
 for package in $packages; do
     status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
@@ -16,14 +21,17 @@ done
 
 as_root=""
 if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || {
-        echo "setup: these packages are missing, and installing them needs root or sudo:$missing" >&2
-        exit 1
-    }
+    command -v sudo >/dev/null ||
+        fail "these packages are missing, and installing them needs root or sudo:$missing"
     as_root="sudo"
 fi
 echo "setup: installing$missing" >&2
-$as_root apt-get -q -o DPkg::Lock::Timeout=300 update >&2
+# Without a network this is over within seconds, and says so in one line.
+words=$($as_root env RES_OPTIONS="timeout:2 attempts:1" apt-get -q -o DPkg::Lock::Timeout=300 \
+    -o APT::Update::Error-Mode=any -o Acquire::Retries=0 -o Acquire::http::Timeout=5 \
+    -o Acquire::https::Timeout=5 update 2>&1) ||
+    fail "can't fetch the lists of packages, is the network up? ($(echo "$words" | sed -n 's/^E: //p' | head -n 1))"
 # shellcheck disable=SC2086
 $as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=300 \
-    install --no-install-recommends $missing >&2
+    install --no-install-recommends $missing >&2 ||
+    fail "installing failed, what apt-get says stands above; wanted:$missing"

@@ -40,7 +40,7 @@ _Static_assert(sizeof KT7LIB_VERSION_TEXT == 6, "the check below reads single di
 
 int main(void) {
     const char* text = KT7LIB_VERSION_TEXT;
-    if (KT7LIB_VERSION != (text[0] - '0') << 16 | (text[2] - '0') << 8 | (text[4] - '0'))
+    if (KT7LIB_VERSION != (text[0] - '0') * 65536 + (text[2] - '0') * 256 + text[4] - '0')
         return 1;
     return qxSetupLib(5) | qxSetupLib(-1) | setDebugTrace(1);
 }

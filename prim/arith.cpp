@@ -109,57 +109,12 @@ PrimStatus primAdd32fC1I(const float* src, std::int32_t srcStep, float* srcDst,
     return floatInPlace(src, srcStep, srcDst, srcDstStep, size, arithKernels->add);
 }
 
-PrimStatus primSub32fC1I(const float* src, std::int32_t srcStep, float* srcDst,
-                         std::int32_t srcDstStep, PrimSize size) {
-    return floatInPlace(src, srcStep, srcDst, srcDstStep, size, arithKernels->sub);
-}
-
-PrimStatus primMul32fC1I(const float* src, std::int32_t srcStep, float* srcDst,
-                         std::int32_t srcDstStep, PrimSize size) {
-    return floatInPlace(src, srcStep, srcDst, srcDstStep, size, arithKernels->mul);
-}
-
-PrimStatus primDiv32fC1I(const float* src, std::int32_t srcStep, float* srcDst,
-                         std::int32_t srcDstStep, PrimSize size) {
-    if (const PrimStatus status = checkPlanes(size, src, srcDst))
-        return status;
-    std::int32_t zeros = 0;
-    forRows(src, srcStep, srcDst, srcDstStep, size, [&](const float* from, float* row) {
-        zeros |= arithKernels->div(from, row, size.width);
-    });
-    return zeros != 0 ? primDivByZero : primOk;
-}
-
-PrimStatus primSub32fC1(const float* src1, std::int32_t src1Step, const float* src2,
-                        std::int32_t src2Step, float* dst, std::int32_t dstStep, PrimSize size) {
-    if (const PrimStatus status = checkPlanes(size, src1, src2, dst))
-        return status;
-    for (std::int32_t y = 0; y < size.height; ++y)
-        arithKernels->subFrom(rowAt(src1, src1Step, y), rowAt(src2, src2Step, y),
-                              rowAt(dst, dstStep, y), size.width);
-    return primOk;
-}
-
 PrimStatus primAddC32fC1I(float c, float* srcDst, std::int32_t srcDstStep, PrimSize size) {
     return floatConstant(srcDst, srcDstStep, c, srcDst, srcDstStep, size, arithKernels->addC);
 }
 
-PrimStatus primSubC32fC1I(float c, float* srcDst, std::int32_t srcDstStep, PrimSize size) {
-    return floatConstant(srcDst, srcDstStep, c, srcDst, srcDstStep, size, arithKernels->subC);
-}
-
 PrimStatus primMulC32fC1I(float c, float* srcDst, std::int32_t srcDstStep, PrimSize size) {
     return floatConstant(srcDst, srcDstStep, c, srcDst, srcDstStep, size, arithKernels->mulC);
-}
-
-PrimStatus primMulC32fC1(const float* src, std::int32_t srcStep, float c, float* dst,
-                         std::int32_t dstStep, PrimSize size) {
-    return floatConstant(src, srcStep, c, dst, dstStep, size, arithKernels->mulC);
-}
-
-PrimStatus primSubC32fC1(const float* src, std::int32_t srcStep, float c, float* dst,
-                         std::int32_t dstStep, PrimSize size) {
-    return floatConstant(src, srcStep, c, dst, dstStep, size, arithKernels->subC);
 }
 
 PrimStatus primAbs32fC1I(float* srcDst, std::int32_t srcDstStep, PrimSize size) {
@@ -169,19 +124,6 @@ PrimStatus primAbs32fC1I(float* srcDst, std::int32_t srcDstStep, PrimSize size) 
                    [=](float* row) { arithKernels->abs(row, size.width); });
 }
 
-PrimStatus primAdd32fI(const float* src, float* srcDst, std::int32_t length) {
-    if (const PrimStatus status = checkVectors(length, src, srcDst))
-        return status;
-    arithKernels->add(src, srcDst, length);
-    return primOk;
-}
-
-PrimStatus primDiv32fI(const float* src, float* srcDst, std::int32_t length) {
-    if (const PrimStatus status = checkVectors(length, src, srcDst))
-        return status;
-    return arithKernels->div(src, srcDst, length) != 0 ? primDivByZero : primOk;
-}
-
 PrimStatus primMulC32fI(float c, float* srcDst, std::int32_t length) {
     if (const PrimStatus status = checkVectors(length, srcDst))
         return status;
@@ -189,13 +131,6 @@ PrimStatus primMulC32fI(float c, float* srcDst, std::int32_t length) {
         std::fill_n(srcDst, length, 0.0f);
     else if (c != 1.0f)
         arithKernels->mulC(srcDst, c, srcDst, length);
-    return primOk;
-}
-
-PrimStatus primMagnitude32f(const float* re, const float* im, float* dst, std::int32_t length) {
-    if (const PrimStatus status = checkVectors(length, re, im, dst))
-        return status;
-    arithKernels->magnitude(re, im, dst, length);
     return primOk;
 }
 

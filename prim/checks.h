@@ -22,6 +22,23 @@ inline PrimStatus checkVectors(std::int32_t length, const T*... vectors) {
     return length < 1 ? primBadSize : primOk;
 }
 
+/// Checks the arguments of a convolution.
+template <class T>
+inline PrimStatus checkConvolution(const T* src, std::int32_t srcStep, const T* dst,
+                                   std::int32_t dstStep, PrimSize size, const void* kernel,
+                                   PrimSize kernelSize) {
+    if (kernel == nullptr)
+        return primNullPtr;
+    if (const PrimStatus status = checkPlanes(size, src, dst))
+        return status;
+    constexpr std::int64_t sampleBytes = sizeof(T);
+    if (kernelSize.width < 1 || kernelSize.height < 1 ||
+        srcStep < (std::int64_t{size.width} + kernelSize.width - 1) * sampleBytes ||
+        dstStep < size.width * sampleBytes)
+        return primBadStep;
+    return primOk;
+}
+
 /// Calls body(srcRow, dstRow) for each row of two planes whose arguments have been checked.
 template <class S, class D, class Body>
 inline PrimStatus forRows(const S* src, std::int32_t srcStep, D* dst, std::int32_t dstStep,

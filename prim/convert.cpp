@@ -24,11 +24,6 @@ PrimStatus primConvert16s32fC1(const std::int16_t* src, std::int32_t srcStep, fl
     return convertPlane(src, srcStep, dst, dstStep, size, convertKernels->from16s);
 }
 
-PrimStatus primConvert8u32fC1(const std::uint8_t* src, std::int32_t srcStep, float* dst,
-                              std::int32_t dstStep, PrimSize size) {
-    return convertPlane(src, srcStep, dst, dstStep, size, convertKernels->from8u);
-}
-
 PrimStatus primConvert8u16uC1(const std::uint8_t* src, std::int32_t srcStep, std::uint16_t* dst,
                               std::int32_t dstStep, PrimSize size) {
     return convertPlane(src, srcStep, dst, dstStep, size, convertKernels->widen8u);

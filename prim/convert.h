@@ -13,8 +13,6 @@ enum PrimRounding : std::int32_t {
 
 PrimStatus primConvert16s32fC1(const std::int16_t* src, std::int32_t srcStep, float* dst,
                                std::int32_t dstStep, PrimSize size);
-PrimStatus primConvert8u32fC1(const std::uint8_t* src, std::int32_t srcStep, float* dst,
-                              std::int32_t dstStep, PrimSize size);
 PrimStatus primConvert8u16uC1(const std::uint8_t* src, std::int32_t srcStep, std::uint16_t* dst,
                               std::int32_t dstStep, PrimSize size);
 PrimStatus primConvert16u8uC1(const std::uint16_t* src, std::int32_t srcStep, std::uint8_t* dst,

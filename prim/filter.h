@@ -14,12 +14,6 @@ PrimStatus primFilter32fC1(const float* src, std::int32_t srcStep, float* dst, s
                            PrimSize size, const float* kernel, PrimSize kernelSize,
                            PrimPoint anchor);
 
-/// The same on integers: the sum is exact in 64 bits, is divided by `divisor` to the nearest
-/// integer with ties to even, and saturates. primZeroDivisor for a divisor of 0.
-PrimStatus primFilter16sC1(const std::int16_t* src, std::int32_t srcStep, std::int16_t* dst,
-                           std::int32_t dstStep, PrimSize size, const std::int32_t* kernel,
-                           PrimSize kernelSize, PrimPoint anchor, std::int32_t divisor);
-
 /// Mean over maskSize pixels whose top left corner lies `anchor` before the output's pixel.
 /// primBadMask for a side below 1, primBadAnchor when the anchor lies outside.
 PrimStatus primFilterBox32fC1(const float* src, std::int32_t srcStep, float* dst,

@@ -55,37 +55,25 @@ void layOutNearest(ResizeTap* taps, std::int32_t count, std::int32_t start, std:
     }
 }
 
-struct Plane8 {
-    using Sample = std::uint8_t;
-    static constexpr std::ptrdiff_t channels = 1;
-    static void resample(const Sample* row, const ResizeTap* taps, std::int16_t* dst,
-                         std::int32_t n) {
-        previewKernels->resample8(row, taps, dst, n);
-    }
-    static void pick(const Sample* pixel, std::uint8_t* dst) { *dst = *pixel; }
-};
+constexpr std::ptrdiff_t rgbChannels = 3, screenChannels = 4;
 
 struct Screen8 {
     using Sample = std::uint8_t;
-    static constexpr std::ptrdiff_t channels = 4;
     static void resample(const Sample* row, const ResizeTap* taps, std::int16_t* dst,
                          std::int32_t n) {
         previewKernels->resampleScreen8(row, taps, dst, n);
     }
-    static void pick(const Sample* pixel, std::uint8_t* dst) {
-        previewKernels->toScreen8(pixel, dst, 1, false);
-    }
+    static void pick(const Sample* pixel, std::uint8_t* dst) { toScreen8Row(pixel, dst, 1, false); }
 };
 
 struct Screen16 {
     using Sample = std::uint16_t;
-    static constexpr std::ptrdiff_t channels = 4;
     static void resample(const Sample* row, const ResizeTap* taps, std::int16_t* dst,
                          std::int32_t n) {
         previewKernels->resampleScreen16(row, taps, dst, n);
     }
     static void pick(const Sample* pixel, std::uint8_t* dst) {
-        previewKernels->toScreen16(pixel, dst, 1, false);
+        toScreen16Row(pixel, dst, 1, false);
     }
 };
 
@@ -99,7 +87,7 @@ class ResampledRows {
         : src_(src), srcStep_(srcStep), columns_(columns), width_(width) {
         for (Row& row : rows_)
             row.values.reset(new (std::nothrow)
-                                 std::int16_t[static_cast<std::size_t>(width * Kind::channels)]);
+                                 std::int16_t[static_cast<std::size_t>(width * screenChannels)]);
     }
 
     bool allocated() const { return rows_[0].values && rows_[1].values; }
@@ -168,13 +156,12 @@ PrimStatus ResizePlan::run(const typename Kind::Sample* src, std::int32_t srcSte
                            std::uint8_t* dst, std::int32_t dstStep, std::int32_t begin,
                            std::int32_t end) const {
     if (nearest_) {
-        constexpr std::ptrdiff_t srcChannels = Kind::channels == 1 ? 1 : 3;
         for (std::int32_t y = begin; y < end; ++y) {
             const auto* from = rowAt(src, srcStep, rows_[static_cast<std::size_t>(y)].index);
             std::uint8_t* to = rowAt(dst, dstStep, y);
             for (std::int32_t x = 0; x < size_.width; ++x)
-                Kind::pick(from + srcChannels * columns_[static_cast<std::size_t>(x)].index,
-                           to + Kind::channels * x);
+                Kind::pick(from + rgbChannels * columns_[static_cast<std::size_t>(x)].index,
+                           to + screenChannels * x);
         }
         return primOk;
     }
@@ -186,14 +173,9 @@ PrimStatus ResizePlan::run(const typename Kind::Sample* src, std::int32_t srcSte
         const std::int16_t* const nearRow = resampled.at(tap.index);
         const std::int16_t* const farRow = resampled.at(tap.index + 1);
         previewKernels->blendRows(nearRow, farRow, tap, rowAt(dst, dstStep, y),
-                                  static_cast<std::int32_t>(Kind::channels * size_.width));
+                                  static_cast<std::int32_t>(screenChannels * size_.width));
     }
     return primOk;
-}
-
-PrimStatus ResizePlan::rows8u(const std::uint8_t* src, std::int32_t srcStep, std::uint8_t* dst,
-                              std::int32_t dstStep, std::int32_t begin, std::int32_t end) const {
-    return run<Plane8>(src, srcStep, dst, dstStep, begin, end);
 }
 
 PrimStatus ResizePlan::rowsToScreen8u(const std::uint8_t* rgb, std::int32_t rgbStep,
@@ -206,19 +188,6 @@ PrimStatus ResizePlan::rowsToScreen16u(const std::uint16_t* rgb, std::int32_t rg
                                        std::uint8_t* bgra, std::int32_t bgraStep,
                                        std::int32_t begin, std::int32_t end) const {
     return run<Screen16>(rgb, rgbStep, bgra, bgraStep, begin, end);
-}
-
-PrimStatus primResize8uC1(const std::uint8_t* src, PrimSize srcSize, std::int32_t srcStep,
-                          PrimRect srcRect, std::uint8_t* dst, std::int32_t dstStep,
-                          PrimSize dstSize, double xFactor, double yFactor,
-                          std::int32_t interpolation) {
-    if (src == nullptr || dst == nullptr)
-        return primNullPtr;
-    ResizePlan plan;
-    if (const PrimStatus status =
-            plan.setup(srcSize, srcRect, dstSize, xFactor, yFactor, interpolation))
-        return status;
-    return plan.rows8u(src, srcStep, dst, dstStep, 0, plan.size().height);
 }
 
 } // namespace kt7

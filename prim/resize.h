@@ -1,4 +1,4 @@
-// Resizing of 8-bit planes and of host images into screen pixels, by linear interpolation in fixed
+// Resizing of host images into screen pixels, by linear interpolation in fixed
 // point or by the nearest pixel.
 #pragma once
 
@@ -30,11 +30,13 @@ class ResizePlan {
     /// Size of the result.
     PrimSize size() const { return size_; }
 
-    /// Write the result's rows begin..end-1, which exist, of the plane or image at dst. Pixels of
-    /// rgb are 3 samples; those of bgra are B, G, R, 255, and 16-bit samples are divided by 128 and
-    /// held at 255 before they are mixed. primNoMem or primOk.
-    PrimStatus rows8u(const std::uint8_t* src, std::int32_t srcStep, std::uint8_t* dst,
-                      std::int32_t dstStep, std::int32_t begin, std::int32_t end) const;
+    /// Where each column and row of the result comes from.
+    const ResizeTap* columns() const { return columns_.get(); }
+    const ResizeTap* rows() const { return rows_.get(); }
+
+    /// Write the result's rows begin..end-1, which exist, of the image at dst. Pixels of rgb are 3
+    /// samples; those of bgra are B, G, R, 255, and 16-bit samples are divided by 128 and held at
+    /// 255 before they are mixed. primNoMem or primOk.
     PrimStatus rowsToScreen8u(const std::uint8_t* rgb, std::int32_t rgbStep, std::uint8_t* bgra,
                               std::int32_t bgraStep, std::int32_t begin, std::int32_t end) const;
     PrimStatus rowsToScreen16u(const std::uint16_t* rgb, std::int32_t rgbStep, std::uint8_t* bgra,
@@ -49,11 +51,5 @@ class ResizePlan {
     bool nearest_ = false;
     std::unique_ptr<ResizeTap[]> columns_, rows_; // in pixels of the source
 };
-
-/// Resizes srcRect of a plane; see ResizePlan. Pixels of dst beyond the result stay.
-PrimStatus primResize8uC1(const std::uint8_t* src, PrimSize srcSize, std::int32_t srcStep,
-                          PrimRect srcRect, std::uint8_t* dst, std::int32_t dstStep,
-                          PrimSize dstSize, double xFactor, double yFactor,
-                          std::int32_t interpolation);
 
 } // namespace kt7

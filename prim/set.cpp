@@ -35,14 +35,4 @@ PrimStatus primSet32f(float c, float* dst, std::int32_t length) {
     return primOk;
 }
 
-PrimStatus primSetChannel8uC4(std::uint8_t c, std::uint8_t* dst, std::int32_t dstStep,
-                              PrimSize size) {
-    if (const PrimStatus status = checkPlanes(size, dst))
-        return status;
-    return forRows(dst, dstStep, size, [=](std::uint8_t* row) {
-        for (std::int32_t x = 0; x < size.width; ++x)
-            row[std::ptrdiff_t{4} * x] = c;
-    });
-}
-
 } // namespace kt7

@@ -10,8 +10,4 @@ PrimStatus primSet16sC1(std::int16_t c, std::int16_t* dst, std::int32_t dstStep,
 PrimStatus primSet32fC1(float c, float* dst, std::int32_t dstStep, PrimSize size);
 PrimStatus primSet32f(float c, float* dst, std::int32_t length);
 
-/// Sets one channel of 4-channel pixels; dst points at that channel of the first pixel.
-PrimStatus primSetChannel8uC4(std::uint8_t c, std::uint8_t* dst, std::int32_t dstStep,
-                              PrimSize size);
-
 } // namespace kt7

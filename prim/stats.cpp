@@ -6,23 +6,14 @@
 #include "prim/kernels/KernelTable.h"
 
 namespace kt7 {
-namespace {
-
-double pixelCount(PrimSize size) {
-    return static_cast<double>(size.width) * size.height;
-}
-
-} // namespace
-
-PrimStatus primMean8uC1(const std::uint8_t* src, std::int32_t srcStep, PrimSize size,
-                        double* mean) {
-    if (const PrimStatus status = checkPlanes(size, src, mean))
+PrimStatus primSum8uC1(const std::uint8_t* src, std::int32_t srcStep, PrimSize size,
+                       std::uint64_t* sum) {
+    if (const PrimStatus status = checkPlanes(size, src, sum))
         return status;
-    std::uint64_t sum = 0;
-    forRows(src, srcStep, size,
-            [&](const std::uint8_t* row) { sum += thresholdKernels->sum8u(row, size.width); });
-    *mean = static_cast<double>(sum) / pixelCount(size);
-    return primOk;
+    *sum = 0;
+    return forRows(src, srcStep, size, [&](const std::uint8_t* row) {
+        *sum += thresholdKernels->sum8u(row, size.width);
+    });
 }
 
 PrimStatus primMean8uC3(const std::uint8_t* src, std::int32_t srcStep, PrimSize size,
@@ -34,7 +25,7 @@ PrimStatus primMean8uC3(const std::uint8_t* src, std::int32_t srcStep, PrimSize 
             [&](const std::uint8_t* row) { thresholdKernels->sum8uC3(row, size.width, sums); });
     // The reciprocal is rounded once for all channels: the mean of a flat plane can miss its value
     // by the last bit.
-    const double perPixel = 1.0 / pixelCount(size);
+    const double perPixel = 1.0 / (static_cast<double>(size.width) * size.height);
     for (int c = 0; c < 3; ++c)
         means[c] = static_cast<double>(sums[c]) * perPixel;
     return primOk;

@@ -1,11 +1,13 @@
-// Means and extremes of planes.
+// Sums, means and extremes of planes.
 #pragma once
 
 #include "prim/primtypes.h"
 
 namespace kt7 {
 
-PrimStatus primMean8uC1(const std::uint8_t* src, std::int32_t srcStep, PrimSize size, double* mean);
+/// Sum of all samples.
+PrimStatus primSum8uC1(const std::uint8_t* src, std::int32_t srcStep, PrimSize size,
+                       std::uint64_t* sum);
 
 /// Means of the 3 channels of interleaved pixels.
 PrimStatus primMean8uC3(const std::uint8_t* src, std::int32_t srcStep, PrimSize size,

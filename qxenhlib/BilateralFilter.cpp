@@ -6,7 +6,8 @@
 #include <utility>
 
 #include "prim/filter.h"
-#include "prim/kernels/KernelTable.h"
+#include "prim/gridRows.h"
+#include "prim/set.h"
 
 namespace kt7 {
 namespace {
@@ -139,8 +140,8 @@ void BilateralFilter::buildGrid(const GIMG<float>& values, const GIMG<float>& ed
             continue;
         float* valueSlice = valueGrid.get() + sliceCells() * y;
         float* countSlice = countGrid.get() + sliceCells() * y;
-        std::fill_n(valueSlice, sliceCells(), 0.0f);
-        std::fill_n(countSlice, sliceCells(), emptyCount);
+        primSet32f(0.0f, valueSlice, gridX * gridZ);
+        primSet32f(emptyCount, countSlice, gridX * gridZ);
         splatSlice(y, values, edges);
         blurSlice(valueSlice, scratchGrid.get() + sliceCells() * y);
         blurSlice(countSlice, valueSlice);
@@ -160,11 +161,10 @@ void BilateralFilter::splatSlice(std::int32_t y, const GIMG<float>& values,
     const float offset = static_cast<float>(padZ + 1);
     for (auto row = static_cast<std::int32_t>(top); row < bottom; ++row) {
         std::uint8_t* cells = binImage->at(0, row);
-        gridKernels->positions(edges.at(0, row), rangeMin, rangeMax, rangeScale(), offset,
-                               std::min(gridZ - 2, 255), cells, nullptr, width);
-        gridKernels->splat(values.at(0, row), splatColumns_.get(), cells,
-                           valueGrid.get() + sliceCells() * y, countGrid.get() + sliceCells() * y,
-                           width);
+        gridPositions(edges.at(0, row), rangeMin, rangeMax, rangeScale(), offset,
+                      std::min(gridZ - 2, 255), cells, nullptr, width);
+        splatRow(values.at(0, row), splatColumns_.get(), cells, valueGrid.get() + sliceCells() * y,
+                 countGrid.get() + sliceCells() * y, width);
     }
 }
 
@@ -202,8 +202,7 @@ void BilateralFilter::quotientSlice(std::int32_t y) {
         const float* const counts[3] = {valueGrid.get() + from[0] + cell,
                                         valueGrid.get() + from[1] + cell,
                                         valueGrid.get() + from[2] + cell};
-        gridKernels->blurQuotient(values, counts, countGrid.get() + sliceCells() * y + cell,
-                                  gridZ - 2);
+        blurQuotientRow(values, counts, countGrid.get() + sliceCells() * y + cell, gridZ - 2);
     }
 }
 
@@ -211,15 +210,14 @@ void BilateralFilter::interpGrid(GIMG<float>& values, const GIMG<float>& edges) 
     const float offset = static_cast<float>(padZ) + 0.5f;
     const float perCell = static_cast<float>(spatialSample);
     for (std::int32_t row = 0; row < height; ++row) {
-        gridKernels->positions(edges.at(0, row), rangeMin, rangeMax, rangeScale(), offset,
-                               std::min(gridZ - 3, 255), binImage->at(0, row), workB->at(0, row),
-                               width);
+        gridPositions(edges.at(0, row), rangeMin, rangeMax, rangeScale(), offset,
+                      std::min(gridZ - 3, 255), binImage->at(0, row), workB->at(0, row), width);
         const float p = static_cast<float>(row) / perCell + (static_cast<float>(padXY) + 0.5f);
         const auto whole = static_cast<std::int32_t>(p);
         const float* nearSlice = valueGrid.get() + sliceCells() * whole;
-        gridKernels->interpolate(nearSlice, nearSlice + sliceCells(), gridZ, interpColumns_.get(),
-                                 columnFractions_.get(), binImage->at(0, row), workB->at(0, row),
-                                 p - static_cast<float>(whole), values.at(0, row), width);
+        interpolateRow(nearSlice, nearSlice + sliceCells(), gridZ, interpColumns_.get(),
+                       columnFractions_.get(), binImage->at(0, row), workB->at(0, row),
+                       p - static_cast<float>(whole), values.at(0, row), width);
     }
 }
 

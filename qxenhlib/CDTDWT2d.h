@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "prim/primtypes.h"
-#include "qxenhlib/LevelScratch.h"
 #include "qxenhlib/SubbandPlane.h"
 #include "qxutils/qxbase/IMG.h"
 
@@ -42,6 +41,9 @@ enum class BandSet {
 /// sum and difference into complex coefficients of six orientations per level. The transform has no
 /// scale of its own. Sides are padded to multiples of 2^(levels + 1), with the tile's own period.
 /// Made once for all tiles of a size; one thread at a time.
+///
+/// The library uses the object as a holder of bands, which ChromaLevelPass fills. All that works on
+/// whole bands is the plain form of that and of the way back, linked by tests (wholeTransform.cpp).
 class CDTDWT2d {
   public:
     /// size: that of the tiles; levels: 0 to 7, level 0 the finest. With a smaller set the object
@@ -73,15 +75,15 @@ class CDTDWT2d {
 
     /// One level of one tree from a plane whose border is filled: a selects the filters along x, b
     /// those along y.
-    static std::int32_t analyseLevel(LevelScratch& scratch, bool firstStage, std::int32_t a,
-                                     std::int32_t b, const SubbandPlane& in, SubbandPlane& LL,
-                                     SubbandPlane& LH, SubbandPlane& HL, SubbandPlane& HH);
+    static std::int32_t analyseLevel(bool firstStage, std::int32_t a, std::int32_t b,
+                                     const SubbandPlane& in, SubbandPlane& LL, SubbandPlane& LH,
+                                     SubbandPlane& HL, SubbandPlane& HH);
 
     /// Its inverse, from bands that count as periodic.
-    static std::int32_t synthesiseLevel(LevelScratch& scratch, bool firstStage, std::int32_t a,
-                                        std::int32_t b, const SubbandPlane& LL,
-                                        const SubbandPlane& LH, const SubbandPlane& HL,
-                                        const SubbandPlane& HH, SubbandPlane& out);
+    static std::int32_t synthesiseLevel(bool firstStage, std::int32_t a, std::int32_t b,
+                                        const SubbandPlane& LL, const SubbandPlane& LH,
+                                        const SubbandPlane& HL, const SubbandPlane& HH,
+                                        SubbandPlane& out);
 
     /// The band of a tree and kind, null when it is not kept.
     SubbandPlane* band(std::int32_t level, std::int32_t a, std::int32_t b, SubbandKind kind) {
@@ -96,7 +98,6 @@ class CDTDWT2d {
     std::unique_ptr<SubbandPlane> image;
     std::int32_t levels;
     std::unique_ptr<SubbandPlane> bands[maxWaveletLevels][2][2][4];
-    LevelScratch scratch;
 
   private:
     void combineTrees();

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <new>
 
+#include "prim/waveletRows.h"
 #include "qxenhlib/noiseShape.h"
 #include "qxutils/parallel.h"
 
@@ -135,7 +136,7 @@ void CDTDWT2dDnCbCr::restoreLevel(std::int32_t level, GIMG<float>& cb, GIMG<floa
                                    if (y >= outHeight)
                                        return;
                                    float* const row = out.at(0, y);
-                                   waveletKernels->joinPairs(even, odd, row, outWidth / 2);
+                                   joinPairs(even, odd, row, outWidth / 2);
                                    if (outWidth % 2 != 0)
                                        row[outWidth - 1] = even[outWidth / 2];
                                });

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "prim/waveletRows.h"
+
 namespace kt7 {
 namespace {
 
@@ -118,20 +120,17 @@ void ChromaLevelPass::shrinkRow(LevelWorker& worker, SubbandKind kind, std::int3
             trees[plane][tree] = worker.scratch.line(detailOf(plane, tree, slot));
     float* const gain[2] = {worker.scratch.line(gainLine), worker.scratch.line(gainLine + 1)};
     if (gains_.byLuma)
-        waveletKernels->gainRows(trees[0], gains_.threshold[0], gains_.slope[0], gain[0], gain[1],
-                                 bandWidth_);
+        gainRows(trees[0], gains_.threshold[0], gains_.slope[0], gain[0], gain[1], bandWidth_);
     for (std::int32_t plane = 1; plane < 3; ++plane) {
         float* const dst = transforms_[plane]->band(level_, 1, 1, kind)->at(0, n);
         const float threshold = gains_.threshold[plane], slope = gains_.slope[plane];
         if (!gains_.byChroma)
-            waveletKernels->shrinkByGuide(trees[plane], gain[0], gain[1], gains_.cap, dst,
-                                          bandWidth_);
+            shrinkByGuide(trees[plane], gain[0], gain[1], gains_.cap, dst, bandWidth_);
         else if (!gains_.byLuma)
-            waveletKernels->shrinkByOwn(trees[plane], threshold, slope, gains_.cap, dst,
-                                        bandWidth_);
+            shrinkByOwn(trees[plane], threshold, slope, gains_.cap, dst, bandWidth_);
         else
-            waveletKernels->shrinkByBoth(trees[plane], threshold, slope, gain[0], gain[1],
-                                         gains_.cap, dst, bandWidth_);
+            shrinkByBoth(trees[plane], threshold, slope, gain[0], gain[1], gains_.cap, dst,
+                         bandWidth_);
     }
 }
 

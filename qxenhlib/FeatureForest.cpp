@@ -13,7 +13,7 @@
 #include <flann/algorithms/dist.h>
 #include <flann/algorithms/kdtree_index.h>
 
-#include "prim/kernels/KernelTable.h"
+#include "prim/matching.h"
 #include "prim/memory.h"
 
 // The index is FLANN's, and so are the rules by which its trees grow and are searched. The members
@@ -217,9 +217,8 @@ template <>
 void KDTreeIndex<kt7::FeatureDistance>::meanSplit(int* ind, int count, int& index, int& cutfeat,
                                                   kt7::SquaredDistance& cutval) {
     float mean = 0.0f;
-    cutfeat = kt7::matchingKernels->splitElement(
-        points_[0], ind, std::min(count, static_cast<int>(SAMPLE_MEAN) + 1),
-        static_cast<std::int32_t>(kt7::randomBelow(RAND_DIM)), &mean);
+    cutfeat = kt7::splitElement(points_[0], ind, std::min(count, static_cast<int>(SAMPLE_MEAN) + 1),
+                                static_cast<std::int32_t>(kt7::randomBelow(RAND_DIM)), &mean);
     cutval = mean;
 
     int lim1 = 0, lim2 = 0;
@@ -292,7 +291,7 @@ void KDTreeIndex<kt7::FeatureDistance>::findNeighbors(ResultSet<kt7::SquaredDist
         const void** const nodes = search.branchNodes.data();
         std::fill_n(distances + search.branchCount, kt7::branchPadding,
                     std::numeric_limits<float>::infinity());
-        const std::int32_t at = kt7::matchingKernels->indexOfLeast(distances, search.branchCount);
+        const std::int32_t at = kt7::indexOfLeast(distances, search.branchCount);
         search.distance = distances[at];
         search.node = nodes[at];
         --search.branchCount;

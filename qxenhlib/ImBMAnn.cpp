@@ -5,7 +5,7 @@
 #include <new>
 
 #include "prim/filter.h"
-#include "prim/kernels/KernelTable.h"
+#include "prim/matching.h"
 
 namespace kt7 {
 namespace {
@@ -64,9 +64,8 @@ void ImBMAnn::computeFeatures(const GIMG<float>& image) {
     std::ranges::copy(image.row(image.height - 1), means_->row(image.height - 1).begin());
     const auto stride = means_->stepBytes / static_cast<std::ptrdiff_t>(sizeof(float));
     for (std::int32_t y = 0; y < candY_; ++y)
-        matchingKernels->featureRow(means_->at(0, y), stride, dcScale_,
-                                    features_.get() + std::ptrdiff_t{featureSize} * candX_ * y,
-                                    candX_);
+        featureRow(means_->at(0, y), stride, dcScale_,
+                   features_.get() + std::ptrdiff_t{featureSize} * candX_ * y, candX_);
 }
 
 void ImBMAnn::growForest() {

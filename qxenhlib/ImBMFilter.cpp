@@ -1,9 +1,11 @@
 #include "qxenhlib/ImBMFilter.h"
 
-#include <algorithm>
 #include <cstddef>
 
-#include "prim/kernels/KernelTable.h"
+#include "prim/arith.h"
+#include "prim/copy.h"
+#include "prim/groupFilter.h"
+#include "prim/set.h"
 
 namespace kt7 {
 namespace {
@@ -25,6 +27,7 @@ std::int32_t ImBMFilter::init(const ImBMResult& result, const float* thresholds,
     thresholds_.reset();
     scaledThresholds_.reset();
     cube_.reset();
+    scratch_.reset();
     width_ = result.width;
     height_ = result.height;
     boost_ = boost;
@@ -35,9 +38,12 @@ std::int32_t ImBMFilter::init(const ImBMResult& result, const float* thresholds,
     thresholds_.reset(primMalloc32f(blockPixels));
     scaledThresholds_.reset(primMalloc32f(blockPixels));
     cube_.reset(primMalloc32f(cubeSize));
-    if (!thresholds_ || !scaledThresholds_ || !cube_)
+    scratch_.reset(primMalloc32f(candX_ + 2 * reach));
+    if (!thresholds_ || !scaledThresholds_ || !cube_ || !scratch_)
         raise(noFilterStorage);
-    std::copy_n(thresholds, blockPixels, thresholds_.get());
+    primCopy32f(thresholds, thresholds_.get(), blockPixels);
+    sums_ = std::make_unique<GIMG<float>>(width_, height_);
+    weights_ = std::make_unique<GIMG<float>>(candX_ + 2 * reach, candY_ + 2 * reach);
     return 1;
 }
 
@@ -45,40 +51,33 @@ std::int32_t ImBMFilter::filterImage(GIMG<float>& image, const ImBMResult& resul
                                      float thresholdScale) {
     if (image.width != width_ || image.height != height_)
         return 4;
-    for (std::int32_t i = 0; i < blockPixels; ++i)
-        scaledThresholds_[static_cast<std::size_t>(i)] =
-            thresholds_[static_cast<std::size_t>(i)] * thresholdScale;
+    primCopy32f(thresholds_.get(), scaledThresholds_.get(), blockPixels);
+    primMulC32fI(thresholdScale, scaledThresholds_.get(), blockPixels);
 
     // Blocks are read from the image and added up beside it. All pixels of a block get the same
     // weight, so that is added to the block's candidate alone and spread over the pixels
     // afterwards: half the memory traffic of adding it to each pixel.
-    GIMG<float> sums(width_, height_);
-    GIMG<float> weights(candX_ + 2 * reach, candY_ + 2 * reach);
-    const PrimPtr<float> scratch(primMalloc32f(weights.width));
-    if (!scratch)
-        raise(noBufferStorage);
-    for (std::int32_t y = 0; y < sums.height; ++y)
-        std::ranges::fill(sums.row(y), 0.0f);
-    for (std::int32_t y = 0; y < weights.height; ++y)
-        std::ranges::fill(weights.row(y), 0.0f);
+    GIMG<float>&sums = *sums_, &weights = *weights_;
+    primSet32fC1(0.0f, sums.data, sums.stepBytes, sums.roi());
+    primSet32fC1(0.0f, weights.data, weights.stepBytes, weights.roi());
 
-    groupKernels->filterGroups({.source = image.data,
-                                .sourceStride = strideOf(image),
-                                .sums = sums.data,
-                                .sumsStride = strideOf(sums),
-                                .weights = weights.at(reach, reach),
-                                .weightsStride = strideOf(weights),
-                                .matchIdx = result.matchIdx.get(),
-                                .groups = result.queryX * result.queryY,
-                                .candX = candX_,
-                                .thresholds = scaledThresholds_.get(),
-                                .boost = boost_,
-                                .gainCap = gainCap,
-                                .cube = cube_.get()});
+    filterGroups({.source = image.data,
+                  .sourceStride = strideOf(image),
+                  .sums = sums.data,
+                  .sumsStride = strideOf(sums),
+                  .weights = weights.at(reach, reach),
+                  .weightsStride = strideOf(weights),
+                  .matchIdx = result.matchIdx.get(),
+                  .groups = result.queryX * result.queryY,
+                  .candX = candX_,
+                  .thresholds = scaledThresholds_.get(),
+                  .boost = boost_,
+                  .gainCap = gainCap,
+                  .cube = cube_.get()});
 
     for (std::int32_t y = 0; y < height_; ++y)
-        groupKernels->normaliseRow(weights.at(0, y), strideOf(weights), sums.at(0, y), weightFloor,
-                                   scratch.get(), image.at(0, y), width_);
+        normaliseRow(weights.at(0, y), strideOf(weights), sums.at(0, y), weightFloor,
+                     scratch_.get(), image.at(0, y), width_);
     return 0;
 }
 

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <optional>
 
-#include "prim/kernels/KernelTable.h"
+#include "prim/tileRows.h"
 #include "qxenhlib/ImBMAnn.h"
 #include "qxenhlib/ImBMFilter.h"
 #include "qxenhlib/ImBMResult.h"
@@ -161,8 +161,7 @@ void LayerTiles::filterTile(Worker& worker, Slot& slot) const {
         denoiser_.pyramids[0]->sumTopInto(slot.x, slot.y, *worker.guide);
         const GIMG<std::int16_t>* guide = &*worker.guide;
         for (std::int32_t y = 0; y < matchTile.height; ++y)
-            tileKernels->load(guide->at(0, y), blocks_.inScale, matchTile.at(0, y),
-                              matchTile.width);
+            loadTileRow(guide->at(0, y), blocks_.inScale, matchTile.at(0, y), matchTile.width);
     } else {
         blocks_.getBlock(slot.x, slot.y, 0, matchTile);
     }

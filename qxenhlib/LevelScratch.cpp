@@ -1,5 +1,7 @@
 #include "qxenhlib/LevelScratch.h"
 
+#include "prim/waveletRows.h"
+
 namespace kt7 {
 
 void LevelScratch::ensureScratch(std::int32_t length, std::int32_t lines) {
@@ -27,7 +29,7 @@ void RowWindow::start(LevelScratch& scratch, std::int32_t first, std::int32_t sp
 void RowWindow::filterRow(std::int32_t y, const float* row) {
     float* const even = scratch_->line(splitLine_);
     float* const odd = scratch_->line(splitLine_ + 1);
-    waveletKernels->splitPairs(row, even, odd, bandWidth_ + 2 * lineRim);
+    splitPairs(row, even, odd, bandWidth_ + 2 * lineRim);
     // Result n reads sample 2n + 5 - i, which is an even one for odd i.
     const float* src[waveletTaps];
     for (std::int32_t i = 0; i < waveletTaps; ++i)
@@ -35,7 +37,7 @@ void RowWindow::filterRow(std::int32_t y, const float* row) {
     float* dst[4];
     for (std::int32_t branch = 0; branch < branches_; ++branch)
         dst[branch] = lineOf(y, branch);
-    waveletKernels->weightedSums(src, weights_, dst, branches_, bandWidth_);
+    weightedSums(src, weights_, dst, branches_, bandWidth_);
 }
 
 void RowWindow::columns(std::int32_t n, std::int32_t branch, const float* weights,
@@ -43,7 +45,7 @@ void RowWindow::columns(std::int32_t n, std::int32_t branch, const float* weight
     const float* src[waveletTaps];
     for (std::int32_t i = 0; i < waveletTaps; ++i)
         src[i] = lineOf(2 * n + 5 - i, branch);
-    waveletKernels->weightedSums(src, weights, dst, sums, bandWidth_);
+    weightedSums(src, weights, dst, sums, bandWidth_);
 }
 
 void synthesiseColumns(LevelScratch& scratch, const SubbandPlane* const bands[4],
@@ -58,7 +60,7 @@ void synthesiseColumns(LevelScratch& scratch, const SubbandPlane* const bands[4]
         }
         float* const dst[2] = {scratch.line(2 * half) + lineRim,
                                scratch.line(2 * half + 1) + lineRim};
-        waveletKernels->weightedSums(src, columnWeights, dst, 2, width);
+        weightedSums(src, columnWeights, dst, 2, width);
         for (float* const line : dst) {
             for (std::int32_t x = -1; x >= -lineRim; --x)
                 line[x] = line[x + width];
@@ -76,7 +78,7 @@ void synthesiseRow(LevelScratch& scratch, const float* rowWeights, std::int32_t 
         src[5 + d] = scratch.line(2 + odd) + d;
     }
     float* const dst[2] = {scratch.line(4), scratch.line(5)};
-    waveletKernels->weightedSums(src, rowWeights, dst, 2, bandWidth);
+    weightedSums(src, rowWeights, dst, 2, bandWidth);
 }
 
 } // namespace kt7

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <memory>
 
-#include "prim/kernels/KernelTable.h"
 #include "qxenhlib/SubbandPlane.h"
 #include "qxenhlib/waveletFilters.h"
 #include "qxutils/qxbase/IMG.h"

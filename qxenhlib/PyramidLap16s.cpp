@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <vector>
 
-#include "prim/kernels/KernelTable.h"
+#include "prim/arith.h"
+#include "prim/pyramidRows.h"
+#include "prim/set.h"
 #include "qxutils/parallel.h"
 
 namespace kt7 {
@@ -32,8 +34,8 @@ class ExpandedRows {
 
     const std::int16_t* row(std::int32_t y) {
         const std::int32_t i = y / 2;
-        pyramidKernels->expandRow(srcRow(i - 1), srcRow(i), srcRow(i + 1), srcWidth_, y & 1,
-                                  scratch_.data(), expanded_.data(), width_);
+        expandPyramidRow(srcRow(i - 1), srcRow(i), srcRow(i + 1), srcWidth_, y & 1, scratch_.data(),
+                         expanded_.data(), width_);
         return expanded_.data() + dropped_;
     }
 
@@ -64,17 +66,11 @@ void forExpandedRows(const Plane& src, PrimSize size, Use&& use) {
 
 void addExpanded(const Plane& src, Plane& dst) {
     forExpandedRows(src, dst.roi(), [&](const std::int16_t* expanded, std::int32_t y) {
-        pyramidKernels->addSaturated(expanded, dst.at(0, y), dst.width);
+        primAdd16sC1I(expanded, 0, dst.at(0, y), 0, {dst.width, 1}, 0);
     });
 }
 
 } // namespace
-
-void expand2x(const Plane& src, Plane& dst) {
-    forExpandedRows(src, dst.roi(), [&](const std::int16_t* expanded, std::int32_t y) {
-        std::copy_n(expanded, dst.width, dst.at(0, y));
-    });
-}
 
 void reduce2xLap(Plane& src, Plane& dst) {
     const std::int32_t outWidth = reach(src.width, dst.width);
@@ -85,12 +81,12 @@ void reduce2xLap(Plane& src, Plane& dst) {
             const std::int16_t* rows[5];
             for (std::int32_t r = 0; r < 5; ++r)
                 rows[r] = src.at(0, std::clamp(2 * i + r - 2, 0, src.height - 1));
-            pyramidKernels->reduceRow(rows, src.width, outWidth, scratch.data(), dst.at(0, i));
+            reducePyramidRow(rows, src.width, outWidth, scratch.data(), dst.at(0, i));
         }
     });
     // Against the expansion of what was stored, so that folding back is exact.
     forExpandedRows(dst, src.roi(), [&](const std::int16_t* expanded, std::int32_t y) {
-        pyramidKernels->subSaturated(expanded, src.at(0, y), src.width);
+        primSub16sC1I(expanded, 0, src.at(0, y), 0, {src.width, 1}, 0);
     });
 }
 
@@ -108,22 +104,12 @@ PyramidLap16s::PyramidLap16s(Plane& plane, std::int32_t depth) : levelCount(-1),
     }
 }
 
-std::int32_t PyramidLap16s::expandTopInto(Plane& image) const {
-    const std::int32_t t = levelCount;
-    if (t < 1)
-        return 0;
-    if (image.width != levels[t - 1]->width || image.height != levels[t - 1]->height)
-        return 0;
-    expand2x(*levels[t], image);
-    return t - 1;
-}
-
 void PyramidLap16s::sumTopInto(std::int32_t x, std::int32_t y, Plane& tile) const {
     const Plane& level = *levels[levelCount - 1];
     ExpandedRows rows(*levels[levelCount], level.roi(), x, tile.width);
     for (std::int32_t row = 0; row < tile.height; ++row) {
         std::copy_n(rows.row(y + row), tile.width, tile.at(0, row));
-        pyramidKernels->addSaturated(level.at(x, y + row), tile.at(0, row), tile.width);
+        primAdd16sC1I(level.at(x, y + row), 0, tile.at(0, row), 0, {tile.width, 1}, 0);
     }
 }
 
@@ -142,8 +128,7 @@ std::int32_t PyramidLap16s::foldLevel(std::int32_t k) {
     if (k < 1 || k >= levelCount)
         return 0;
     addExpanded(*levels[k], *levels[k - 1]);
-    for (std::int32_t y = 0; y < levels[k]->height; ++y)
-        std::ranges::fill(levels[k]->row(y), 0);
+    primSet16sC1(0, levels[k]->data, levels[k]->stepBytes, levels[k]->roi());
     return levelCount;
 }
 

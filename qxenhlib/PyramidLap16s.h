@@ -27,11 +27,11 @@ class PyramidLap16s {
 
     /// Overwrites `image`, of the size of levels[levelCount - 1], by the expansion of the residual
     /// and returns levelCount - 1; or returns 0 with `image` unchanged when there is no level below
-    /// the residual or the size differs.
+    /// the residual or the size differs. Plain form of sumTopInto (wholeExpansion.cpp).
     std::int32_t expandTopInto(GIMG<std::int16_t>& image) const;
 
     /// The part of levels[levelCount - 1] plus the expansion of the residual, saturated, whose top
-    /// left sample is (x, y): what expandTopInto and a sum over the whole level would give there.
+    /// left sample is (x, y): what an expansion and a sum over the whole level would give there.
     /// Serial, so that threads can each ask for a tile of their own. There must be a level below
     /// the residual.
     void sumTopInto(std::int32_t x, std::int32_t y, GIMG<std::int16_t>& tile) const;
@@ -52,7 +52,7 @@ class PyramidLap16s {
 /// expansion of `dst`, saturated.
 void reduce2xLap(GIMG<std::int16_t>& src, GIMG<std::int16_t>& dst);
 
-/// Overwrites all of `dst` by `src` at twice the size: zeros inserted, then the 5x5 kernel with a
+/// Plain form of the expansions (wholeExpansion.cpp). Overwrites all of `dst` by `src` at twice the size: zeros inserted, then the 5x5 kernel with a
 /// gain of 4. Outside `src` counts as 0, so the image falls off at its edges; the Laplacian of the
 /// finer level holds the difference.
 void expand2x(const GIMG<std::int16_t>& src, GIMG<std::int16_t>& dst);

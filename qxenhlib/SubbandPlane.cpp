@@ -1,7 +1,5 @@
 #include "qxenhlib/SubbandPlane.h"
 
-#include <algorithm>
-
 namespace kt7 {
 
 SubbandPlane::SubbandPlane(std::int32_t planeKind, std::int32_t width, std::int32_t height)
@@ -14,30 +12,6 @@ SubbandPlane::SubbandPlane(std::int32_t planeKind, std::int32_t width, std::int3
     image->crop(border, border);
     image->width = w;
     image->height = h;
-}
-
-void extendBorder(SubbandPlane& plane) {
-    extendPeriod(plane, plane.width(), plane.height());
-}
-
-void extendPeriod(SubbandPlane& plane, std::int32_t width, std::int32_t height) {
-    const std::int32_t border = plane.border;
-    const std::int32_t right = plane.width() + border, bottom = plane.height() + border;
-    for (std::int32_t y = 0; y < height; ++y) {
-        float* const row = plane.at(0, y);
-        for (std::int32_t x = -1; x >= -border; --x)
-            row[x] = row[x + width];
-        // Ascending, so that a tile less wide than what is missing goes on repeating.
-        for (std::int32_t x = width; x < right; ++x)
-            row[x] = row[x - width];
-    }
-    const auto copyRow = [&](std::int32_t from, std::int32_t to) {
-        std::copy_n(plane.at(-border, from), right + border, plane.at(-border, to));
-    };
-    for (std::int32_t y = -1; y >= -border; --y)
-        copyRow(y + height, y);
-    for (std::int32_t y = height; y < bottom; ++y)
-        copyRow(y - height, y);
 }
 
 } // namespace kt7

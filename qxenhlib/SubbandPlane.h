@@ -39,7 +39,7 @@ struct SubbandPlane {
     const float* at(std::int32_t x, std::int32_t y) const { return image->at(x, y); }
 };
 
-/// Fills the border so that the plane repeats itself on all sides (circular, not mirrored).
+/// Plain forms, for wholeTransform.cpp. Fills the border so that the plane repeats itself on all sides (circular, not mirrored).
 void extendBorder(SubbandPlane& plane);
 
 /// Fills the border and everything right of and below the top left `width` x `height` samples so

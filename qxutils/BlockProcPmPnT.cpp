@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
-#include "prim/kernels/KernelTable.h"
+#include "prim/convert.h"
+#include "prim/set.h"
+#include "prim/tileRows.h"
 
 namespace kt7 {
 namespace {
@@ -53,11 +55,8 @@ std::int32_t BlockProcPmPnT::setup(std::int32_t newInputCount,
     outputCount = newOutputCount;
     std::copy_n(newInputs, newInputCount, inputs);
     std::copy_n(newOutputs, newOutputCount, outputs);
-    for (std::int32_t i = 0; i < outputCount; ++i) {
-        GIMG<std::int16_t>& output = *outputs[i];
-        for (std::int32_t y = 0; y < output.height; ++y)
-            std::ranges::fill(output.row(y), unwritten);
-    }
+    for (std::int32_t i = 0; i < outputCount; ++i)
+        primSet16sC1(unwritten, outputs[i]->data, outputs[i]->stepBytes, outputs[i]->roi());
     const BlockLayout across = chooseBlockCount(outputs[0]->width, blockW, overlap);
     const BlockLayout down = chooseBlockCount(outputs[0]->height, blockH, overlap);
     blocksX = across.count;
@@ -94,13 +93,13 @@ void BlockProcPmPnT::getBlock(std::int32_t x, std::int32_t y, std::int32_t input
                               GIMG<float>& tile) const {
     const GIMG<std::int16_t>& plane = *inputs[input];
     for (std::int32_t row = 0; row < tile.height; ++row)
-        tileKernels->load(plane.at(x, y + row), inScale, tile.at(0, row), tile.width);
+        loadTileRow(plane.at(x, y + row), inScale, tile.at(0, row), tile.width);
 }
 
 void BlockProcPmPnT::saveOutBlock(std::int32_t x, std::int32_t y, std::int32_t output,
                                   GIMG<float>& tile) {
     for (std::int32_t row = 0; row < tile.height; ++row)
-        tileKernels->scaleAndHold(outScale, 32767.0f, tile.at(0, row), tile.width);
+        holdTileRow(outScale, 32767.0f, tile.at(0, row), tile.width);
 
     const std::scoped_lock lock(mergeMutex_);
     GIMG<std::int16_t> outputView = viewOf(*outputs[output], x, y, blockWidth, blockHeight);
@@ -112,8 +111,8 @@ void BlockProcPmPnT::saveOutBlock(std::int32_t x, std::int32_t y, std::int32_t o
 void BlockProcPmPnT::mergeCore(GIMG<std::int16_t>& outputView, GIMG<float>& tile) const {
     const RoiScope viewRoi(outputView, overlap - feather);
     const RoiScope tileRoi(tile, overlap - feather);
-    for (std::int32_t row = 0; row < outputView.height; ++row)
-        tileKernels->storeRounded(tile.at(0, row), outputView.at(0, row), outputView.width);
+    primConvert32f16sC1(tile.data, tile.stepBytes, outputView.data, outputView.stepBytes,
+                        outputView.roi(), primNearest);
 }
 
 // Bands are crossed in the order top, bottom, left, right, each over the tile's full length, so
@@ -121,8 +120,7 @@ void BlockProcPmPnT::mergeCore(GIMG<std::int16_t>& outputView, GIMG<float>& tile
 void BlockProcPmPnT::mergeSeams(GIMG<std::int16_t>& outputView, const GIMG<float>& tile) const {
     const auto lines = static_cast<std::int32_t>(fade_.size());
     const auto fadeRow = [&](std::int32_t row, const float& weight) {
-        tileKernels->blend(tile.at(0, row), &weight, 0, unwritten, outputView.at(0, row),
-                           blockWidth);
+        fadeTileRow(tile.at(0, row), &weight, 0, unwritten, outputView.at(0, row), blockWidth);
     };
     for (std::int32_t i = 0; i < lines; ++i)
         fadeRow(feather + i, fade_[static_cast<std::size_t>(i)]);
@@ -130,10 +128,10 @@ void BlockProcPmPnT::mergeSeams(GIMG<std::int16_t>& outputView, const GIMG<float
         fadeRow(blockHeight - 1 - feather - i, fade_[static_cast<std::size_t>(i)]);
     const std::int32_t right = blockWidth - feather - lines;
     for (std::int32_t row = 0; row < blockHeight; ++row) {
-        tileKernels->blend(tile.at(feather, row), fade_.data(), 1, unwritten,
-                           outputView.at(feather, row), lines);
-        tileKernels->blend(tile.at(right, row), fadeReverse_.data(), 1, unwritten,
-                           outputView.at(right, row), lines);
+        fadeTileRow(tile.at(feather, row), fade_.data(), 1, unwritten, outputView.at(feather, row),
+                    lines);
+        fadeTileRow(tile.at(right, row), fadeReverse_.data(), 1, unwritten,
+                    outputView.at(right, row), lines);
     }
 }
 

@@ -8,8 +8,8 @@
 #include <memory>
 #include <new>
 
-#include "prim/kernels/KernelTable.h"
 #include "prim/rows.h"
+#include "prim/screenRows.h"
 #include "qxutils/parallel.h"
 
 namespace kt7 {
@@ -145,10 +145,10 @@ std::int32_t iccConvertQImage(const void* sourceProfile, std::int32_t sourceProf
         const std::unique_ptr<std::uint8_t[]> out(new std::uint8_t[rowBytes]);
         for (std::int32_t y = begin; y < end; ++y) {
             std::uint8_t* row = rowAt(dst, dstStep, y);
-            previewKernels->fromScreen(row, in.get(), dstWidth);
+            fromScreenRow(row, in.get(), dstWidth);
             cmsDoTransform(conversion.transform(), in.get(), out.get(),
                            static_cast<cmsUInt32Number>(dstWidth));
-            previewKernels->intoScreen(out.get(), row, dstWidth);
+            intoScreenRow(out.get(), row, dstWidth);
         }
     });
     return 1;

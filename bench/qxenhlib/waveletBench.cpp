@@ -37,48 +37,6 @@ bool chooseTarget(benchmark::State& state, std::int64_t wanted) {
     return true;
 }
 
-// Argument: CPU target. One tree of the finest level.
-void analyseOneLevel(benchmark::State& state) {
-    if (!chooseTarget(state, state.range(0)))
-        return;
-    SubbandPlane in(fullSize, side, side), ll(lowLow, side, side), lh(lowHigh, side, side),
-        hl(highLow, side, side), hh(highHigh, side, side);
-    paint(*in.image, 0.1f);
-    extendBorder(in);
-    LevelScratch scratch;
-    for (auto _ : state)
-        CDTDWT2d::analyseLevel(scratch, true, 1, 1, in, ll, lh, hl, hh);
-    countPixels(state);
-}
-BENCHMARK(analyseOneLevel)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
-
-void synthesiseOneLevel(benchmark::State& state) {
-    if (!chooseTarget(state, state.range(0)))
-        return;
-    SubbandPlane out(fullSize, side, side), band(lowLow, side, side);
-    paint(*band.image, 0.1f);
-    LevelScratch scratch;
-    for (auto _ : state)
-        CDTDWT2d::synthesiseLevel(scratch, true, 1, 1, band, band, band, band, out);
-    countPixels(state);
-}
-BENCHMARK(synthesiseOneLevel)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
-
-// Argument: 0 forward, 1 inverse, 4 levels with all bands held.
-void wholeTransform(benchmark::State& state) {
-    selectKernels(bestCpuTarget());
-    const FloatModeScope floatMode;
-    GIMG<float> tile(side, side);
-    paint(tile, 0.1f);
-    CDTDWT2d transform(tile.roi(), 4);
-    transform.loadImage(tile.data, tile.stepBytes, tile.roi());
-    transform.forward();
-    for (auto _ : state)
-        state.range(0) == 0 ? transform.forward() : transform.inverse();
-    countPixels(state);
-}
-BENCHMARK(wholeTransform)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
-
 // Arguments: threads, CPU target. CPU time is that of all threads.
 void denoiseTile(benchmark::State& state) {
     if (!chooseTarget(state, state.range(1)))

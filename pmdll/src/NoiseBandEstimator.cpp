@@ -6,10 +6,11 @@
 
 #include "prim/arith.h"
 #include "prim/convert.h"
+#include "prim/copy.h"
 #include "prim/filter.h"
 #include "prim/histogram.h"
-#include "prim/kernels/KernelTable.h"
 #include "prim/median.h"
+#include "prim/noiseRows.h"
 #include "prim/sobel.h"
 
 namespace kt7 {
@@ -29,29 +30,33 @@ bool isMeasurable(const GIMG<float>& plane) {
     return plane.width >= leastSide && plane.height >= leastSide;
 }
 
+// Rows worked on together, few enough to stay in the cache from step to step.
+constexpr std::int32_t stripRows = 16;
+
 /// Fills `gradients`, which lacks the plane's rim, with 76.5 * (|Gx| + |Gy|) of the median-filtered
-/// plane, held at 255. One sweep: the medians live in a ring of three rows.
+/// plane, held at 255. One sweep: the last two medians of a strip are the first of the next.
 void fillGradients(const GIMG<float>& plane, GIMG<std::uint8_t>& gradients) {
-    const PrimSize inner{plane.width - 2, 1}, row{plane.width - 2 * rim, 1};
-    GIMG<float> medians(inner.width, 3), gx(row.width, 1), gy(row.width, 1);
-    const auto addMedian = [&](std::int32_t y) {
-        primFilterMedian32fC1(plane.at(1, y), plane.stepBytes, medians.at(0, y % 3),
-                              medians.stepBytes, inner, {3, 3}, {1, 1});
+    GIMG<float> medians(plane.width - 2, stripRows + 2);
+    GIMG<float> gx(gradients.width, stripRows), gy(gradients.width, stripRows);
+    const auto addMedians = [&](std::int32_t planeRow, std::int32_t row, std::int32_t rows) {
+        primFilterMedian32fC1(plane.at(1, planeRow), plane.stepBytes, medians.at(0, row),
+                              medians.stepBytes, {medians.width, rows}, {3, 3}, {1, 1});
     };
-    addMedian(1);
-    addMedian(2);
-    for (std::int32_t y = rim; y < plane.height - rim; ++y) {
-        addMedian(y + 1);
-        const float *up = medians.at(1, (y - 1) % 3), *mid = medians.at(1, y % 3),
-                    *down = medians.at(1, (y + 1) % 3);
-        neighbourKernels->sobelHoriz(up, down, gx.data, row.width);
-        neighbourKernels->sobelVert(up, mid, down, gy.data, row.width);
-        primAbs32fC1I(gx.data, gx.stepBytes, row);
-        primAbs32fC1I(gy.data, gy.stepBytes, row);
-        primAdd32fC1I(gy.data, gy.stepBytes, gx.data, gx.stepBytes, row);
-        primMulC32fC1I(76.5f, gx.data, gx.stepBytes, row);
-        primConvert32f8uC1(gx.data, gx.stepBytes, gradients.at(0, y - rim), gradients.stepBytes,
-                           row, primTruncate);
+    addMedians(1, 0, 2);
+    for (std::int32_t y = 0; y < gradients.height; y += stripRows) {
+        const PrimSize strip{gradients.width, std::min(stripRows, gradients.height - y)};
+        addMedians(y + 3, 2, strip.height);
+        primFilterSobelHoriz32fC1(medians.at(1, 1), medians.stepBytes, gx.data, gx.stepBytes,
+                                  strip);
+        primFilterSobelVert32fC1(medians.at(1, 1), medians.stepBytes, gy.data, gy.stepBytes, strip);
+        primAbs32fC1I(gx.data, gx.stepBytes, strip);
+        primAbs32fC1I(gy.data, gy.stepBytes, strip);
+        primAdd32fC1I(gy.data, gy.stepBytes, gx.data, gx.stepBytes, strip);
+        primMulC32fC1I(76.5f, gx.data, gx.stepBytes, strip);
+        primConvert32f8uC1(gx.data, gx.stepBytes, gradients.at(0, y), gradients.stepBytes, strip,
+                           primTruncate);
+        primCopy32fC1(medians.at(0, strip.height), medians.stepBytes, medians.data,
+                      medians.stepBytes, {medians.width, 2});
     }
 }
 
@@ -123,8 +128,8 @@ void NoiseBandEstimator::measure(const GIMG<float>* const* planes, std::int32_t 
             primFilter32fC1(plane.at(rim, y + rim), plane.stepBytes, response.data, plane.stepBytes,
                             {width, 1}, kernel, {3, 3}, {1, 1});
             FlatSums sums;
-            noiseKernels->sumFlat(gradients.at(0, y), limit, samples, bandLow, bandHigh,
-                                  response.data, width, &sums);
+            sumFlatRow(gradients.at(0, y), limit, samples, bandLow, bandHigh, response.data, width,
+                       &sums);
             responses[c] += sums.response;
             if (c == 0) {
                 roots += sums.root;

@@ -7,9 +7,9 @@
 #include "pmdll/src/exports.h"
 #include "prim/arith.h"
 #include "prim/convert.h"
-#include "prim/kernels/KernelTable.h"
 #include "prim/resize.h"
 #include "prim/rows.h"
+#include "prim/screenRows.h"
 #include "qxutils/iccconvert.h"
 #include "qxutils/parallel.h"
 #include "qxutils/qxbase/QXRC.h"
@@ -44,13 +44,11 @@ void copyToScreen(const PSImage& image, bool eight, const ScreenBuffer& screen) 
     parallelRows(std::min(screen.height, image.height), [&](std::int32_t y) {
         std::uint8_t* to = rowAt(screen.pixels, screen.stepBytes, y);
         if (eight)
-            previewKernels->toScreen8(
-                rowAt(static_cast<const std::uint8_t*>(image.data), image.rowBytes, y), to, width,
-                streamed);
+            toScreen8Row(rowAt(static_cast<const std::uint8_t*>(image.data), image.rowBytes, y), to,
+                         width, streamed);
         else
-            previewKernels->toScreen16(
-                rowAt(static_cast<const std::uint16_t*>(image.data), image.rowBytes, y), to, width,
-                streamed);
+            toScreen16Row(rowAt(static_cast<const std::uint16_t*>(image.data), image.rowBytes, y),
+                          to, width, streamed);
     });
 }
 

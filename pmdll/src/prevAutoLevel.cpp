@@ -6,9 +6,10 @@
 #include "pmdll/src/callGuards.h"
 #include "pmdll/src/exports.h"
 #include "prim/arith.h"
-#include "prim/kernels/KernelTable.h"
 #include "prim/rows.h"
+#include "prim/screenRows.h"
 #include "prim/set.h"
+#include "prim/stats.h"
 #include "prim/ycbcr.h"
 #include "qxutils/parallel.h"
 
@@ -48,16 +49,9 @@ void forStrips(const Preview& preview, Body body) {
 
 /// The largest of the three channel means.
 double largestMean(const Preview& preview) {
-    std::atomic<std::uint64_t> sums[3] = {};
-    parallelRanges(preview.height, [&](std::int32_t begin, std::int32_t end) {
-        std::uint64_t own[3] = {};
-        for (std::int32_t y = begin; y < end; ++y)
-            thresholdKernels->sum8uC3(rowAt(preview.rgb, preview.rowBytes, y), preview.width, own);
-        for (int c = 0; c < 3; ++c)
-            sums[c].fetch_add(own[c], std::memory_order_relaxed);
-    });
-    const std::uint64_t largest = std::max({sums[0].load(), sums[1].load(), sums[2].load()});
-    return static_cast<double>(largest) * (1.0 / preview.pixels());
+    double means[3];
+    primMean8uC3(preview.rgb, preview.rowBytes, {preview.width, preview.height}, means);
+    return std::max({means[0], means[1], means[2]});
 }
 
 void autoGain(const Preview& preview, double target) {
@@ -94,8 +88,7 @@ void splitYCbCr(Strip strip, StripPlanes& planes) {
 }
 
 void splitGDbDr(Strip strip, StripPlanes& planes) {
-    previewKernels->toGDbDr(strip.rgb, planes.plane(0), planes.plane(1), planes.plane(2),
-                            strip.pixels);
+    splitGDbDrRow(strip.rgb, planes.plane(0), planes.plane(1), planes.plane(2), strip.pixels);
 }
 
 /// Mean excursions of a difference plane above and below 128.
@@ -119,8 +112,11 @@ std::array<Excursions, 2> measure(const Preview& preview, Split split) {
                     primSubC8uC1(planes.plane(i + 1), 0, 128, above.data(), 0, {n, 1}, 0);
                     primSet8uC1(128, below.data(), 0, {n, 1});
                     primSub8uC1I(planes.plane(i + 1), 0, below.data(), 0, {n, 1}, 0);
-                    own[2 * i] += thresholdKernels->sum8u(above.data(), n);
-                    own[2 * i + 1] += thresholdKernels->sum8u(below.data(), n);
+                    std::uint64_t sum = 0;
+                    primSum8uC1(above.data(), 0, {n, 1}, &sum);
+                    own[2 * i] += sum;
+                    primSum8uC1(below.data(), 0, {n, 1}, &sum);
+                    own[2 * i + 1] += sum;
                 }
             }
         }
@@ -183,7 +179,7 @@ void showPlane(const Preview& preview, Split split, int plane, const Stretch& st
         StripPlanes planes;
         split(strip, planes);
         stretch.apply(planes.plane(plane), strip.pixels);
-        previewKernels->fromGrey(planes.plane(plane), strip.rgb, strip.pixels);
+        greyToRgbRow(planes.plane(plane), strip.rgb, strip.pixels);
     });
 }
 
@@ -235,7 +231,7 @@ void showChannel(const Preview& preview, std::int32_t channel) {
         std::array<std::uint8_t, stripPixels> samples;
         for (std::int32_t x = 0; x < strip.pixels; ++x)
             samples[static_cast<std::size_t>(x)] = strip.rgb[3 * x + channel];
-        previewKernels->fromGrey(samples.data(), strip.rgb, strip.pixels);
+        greyToRgbRow(samples.data(), strip.rgb, strip.pixels);
     });
 }
 

@@ -28,11 +28,6 @@ void from16s(const std::int16_t* src, float* dst, std::int32_t n) {
         dst[x] = static_cast<float>(src[x]);
 }
 
-void from8u(const std::uint8_t* src, float* dst, std::int32_t n) {
-    for (std::int32_t x = 0; x < n; ++x)
-        dst[x] = static_cast<float>(src[x]);
-}
-
 // The samples are a host's, whose rows need not lie on even addresses.
 void widen8u(const std::uint8_t* src, std::uint16_t* dst, std::int32_t n) {
     for (std::int32_t x = 0; x < n; ++x) {
@@ -69,7 +64,7 @@ void roundTo16s(const float* src, std::int16_t* dst, std::int32_t n) {
 
 } // namespace
 
-const ConvertKernels KT7_NAME(convertKernels){&from16s,   &from8u,    &widen8u,    &narrow16u,
-                                              &truncTo8u, &roundTo8u, &truncTo16s, &roundTo16s};
+const ConvertKernels KT7_NAME(convertKernels){&from16s,   &widen8u,    &narrow16u, &truncTo8u,
+                                              &roundTo8u, &truncTo16s, &roundTo16s};
 
 } // namespace kt7

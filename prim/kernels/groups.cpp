@@ -12,7 +12,6 @@ constexpr int blockSize = side * side;
 // Square root of 2 times the cosines of pi/16, 3pi/16, 5pi/16, 7pi/16, pi/8 and 3pi/8.
 constexpr float c1 = 1.3870399f, c3 = 1.1758755f, c5 = 0.78569496f, c7 = 0.27589938f;
 constexpr float c2 = 1.306563f, c6 = 0.5411961f;
-constexpr float rootEighth = 0.35355338f;
 
 /// Eight-point DCT-II along the index of x, lane by lane, larger by the square root of 8 than the
 /// orthonormal one: three axes of it need no scaling until the very end.
@@ -56,59 +55,6 @@ KT7_INLINE void inverse8(Row (&x)[side]) {
     x[6] = c - o2;
     x[2] = e + o3;
     x[5] = e - o3;
-}
-
-KT7_INLINE void scale8(Row (&x)[side], float factor) {
-    for (Row& row : x)
-        row *= factor;
-}
-
-void dct8x8Forward(float* block) {
-    Row x[side];
-    load8(block, side, x);
-    forward8(x);
-    transpose8(x);
-    forward8(x);
-    transpose8(x);
-    scale8(x, rootEighth * rootEighth);
-    store8(x, block, side);
-}
-
-void dct8x8Inverse(float* block) {
-    Row x[side];
-    load8(block, side, x);
-    inverse8(x);
-    transpose8(x);
-    inverse8(x);
-    transpose8(x);
-    scale8(x, rootEighth * rootEighth);
-    store8(x, block, side);
-}
-
-template <bool isForward>
-KT7_INLINE void groupAxis(float* cube) {
-    for (int at = 0; at < blockSize; at += side) {
-        Row x[side];
-        load8(cube + at, blockSize, x);
-        if constexpr (isForward)
-            forward8(x);
-        else
-            inverse8(x);
-        scale8(x, rootEighth);
-        store8(x, cube + at, blockSize);
-    }
-}
-
-void cubeForward(float* cube) {
-    for (int j = 0; j < side; ++j)
-        dct8x8Forward(cube + j * blockSize);
-    groupAxis<true>(cube);
-}
-
-void cubeInverse(float* cube) {
-    for (int j = 0; j < side; ++j)
-        dct8x8Inverse(cube + j * blockSize);
-    groupAxis<false>(cube);
 }
 
 KT7_INLINE float sumOf(const Row& row) {
@@ -190,7 +136,7 @@ void addSlices(const GroupFilterJob& job, const std::ptrdiff_t (&sumsAt)[side], 
 }
 
 template <bool withBoost>
-void filterGroupsWith(const GroupFilterJob& job) {
+void filterWith(const GroupFilterJob& job) {
     alignas(64) float thresholds[blockSize];
     for (int v = 0; v < side; ++v) // slices stand transposed in the cube
         for (int u = 0; u < side; ++u)
@@ -248,15 +194,15 @@ void filterGroupsWith(const GroupFilterJob& job) {
     }
 }
 
-void filterGroups(const GroupFilterJob& job) {
+void filter(const GroupFilterJob& job) {
     if (job.boost > 0.05f)
-        filterGroupsWith<true>(job);
+        filterWith<true>(job);
     else
-        filterGroupsWith<false>(job);
+        filterWith<false>(job);
 }
 
-void normaliseRow(const float* weights, std::ptrdiff_t weightsStride, const float* sums,
-                  float floor, float* scratch, float* image, std::int32_t n) {
+void normalise(const float* weights, std::ptrdiff_t weightsStride, const float* sums, float floor,
+               float* scratch, float* image, std::int32_t n) {
     for (std::int32_t x = 0; x < n + side - 1; ++x) {
         float sum = weights[x];
         for (int i = 1; i < side; ++i)
@@ -273,7 +219,6 @@ void normaliseRow(const float* weights, std::ptrdiff_t weightsStride, const floa
 
 } // namespace
 
-const GroupKernels KT7_NAME(groupKernels){&dct8x8Forward, &dct8x8Inverse, &cubeForward,
-                                          &cubeInverse,   &filterGroups,  &normaliseRow};
+const GroupKernels KT7_NAME(groupKernels){&filter, &normalise};
 
 } // namespace kt7

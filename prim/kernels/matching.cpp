@@ -26,17 +26,8 @@ KT7_INLINE void forward4x4(T (&x)[16]) {
         forward4(x[c], x[c + 4], x[c + 8], x[c + 12]);
 }
 
-void dct4x4(float* block) {
-    float x[16];
-    for (int i = 0; i < 16; ++i)
-        x[i] = block[i];
-    forward4x4(x);
-    for (int i = 0; i < 16; ++i)
-        block[i] = x[i];
-}
-
 /// Features of one row of n candidates. Reads up to 7 floats behind the last sample of each row.
-void featureRow(const float* means, std::ptrdiff_t meansStride, float dcScale, float* features,
+void featuresOf(const float* means, std::ptrdiff_t meansStride, float dcScale, float* features,
                 std::int32_t n) {
     for (std::int32_t at = 0; at < n; at += side) {
         Row x[16];
@@ -83,7 +74,7 @@ KT7_INLINE void keepLess(Wide& least, WideMask& where, const Wide& keys, const W
     where = better ? numbers : where;
 }
 
-std::int32_t indexOfLeast(const float* keys, std::int32_t n) {
+std::int32_t leastOf(const float* keys, std::int32_t n) {
     // Two minima that don't wait for each other.
     WideMask here, where[2];
     countLanes(here);
@@ -115,8 +106,8 @@ std::int32_t indexOfLeast(const float* keys, std::int32_t n) {
     return least[0][1] < least[0][0] ? where[0][1] : where[0][0];
 }
 
-std::int32_t splitElement(const float* features, const std::int32_t* list, std::int32_t n,
-                          std::int32_t rank, float* mean) {
+std::int32_t split(const float* features, const std::int32_t* list, std::int32_t n,
+                   std::int32_t rank, float* mean) {
     constexpr int parts = 16 / lanes;
     // Deviations from the first feature, so that one pass gives mean and variance.
     const float* const origin = features + std::ptrdiff_t{16} * list[0];
@@ -164,6 +155,6 @@ std::int32_t splitElement(const float* features, const std::int32_t* list, std::
 
 } // namespace
 
-const MatchingKernels KT7_NAME(matchingKernels){&dct4x4, &featureRow, &indexOfLeast, &splitElement};
+const MatchingKernels KT7_NAME(matchingKernels){&featuresOf, &leastOf, &split};
 
 } // namespace kt7

@@ -164,23 +164,10 @@ void accumulate32f(const float* src, const float* taps, std::int32_t tapStep, st
     }
 }
 
-void accumulate16s(const std::int16_t* src, const std::int32_t* taps, std::int32_t tapStep,
-                   std::int32_t count, bool first, std::int32_t* __restrict acc, std::int32_t n) {
-    for (std::int32_t i = 0; i < count; ++i) {
-        const std::int32_t tap = taps[std::ptrdiff_t{i} * tapStep];
-        if (first && i == 0)
-            for (std::int32_t x = 0; x < n; ++x)
-                acc[x] = tap * src[x];
-        else
-            for (std::int32_t x = 0; x < n; ++x)
-                acc[x] += tap * src[x + i];
-    }
-}
-
 } // namespace
 
-const NeighbourKernels KT7_NAME(neighbourKernels){
-    &box2x2,    &gauss3x3,     &sobelHoriz,   &sobelVert,     &taps3x3,
-    &median3x3, &medianCross3, &medianCross5, &accumulate32f, &accumulate16s};
+const NeighbourKernels KT7_NAME(neighbourKernels){&box2x2,       &gauss3x3,     &sobelHoriz,
+                                                  &sobelVert,    &taps3x3,      &median3x3,
+                                                  &medianCross3, &medianCross5, &accumulate32f};
 
 } // namespace kt7

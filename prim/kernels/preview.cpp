@@ -234,13 +234,6 @@ void resampleScreen(const Sample* rgb, const ResizeTap* taps, std::int16_t* bgra
     resampleScreenFrom(rgb, taps, bgra, x, n);
 }
 
-void resample8(const std::uint8_t* src, const ResizeTap* taps, std::int16_t* dst, std::int32_t n) {
-    for (std::int32_t x = 0; x < n; ++x) {
-        const std::uint8_t* a = src + taps[x].index;
-        dst[x] = mixed(a[0], a[1], taps[x]);
-    }
-}
-
 void blendRows(const std::int16_t* nearRow, const std::int16_t* farRow, ResizeTap tap,
                std::uint8_t* dst, std::int32_t n) {
     const std::int32_t a = tap.near, b = tap.far;
@@ -297,7 +290,6 @@ const PreviewKernels KT7_NAME(previewKernels){&toScreen<std::uint8_t>,
                                               &toScreen<std::uint16_t>,
                                               &fromScreen,
                                               &intoScreen,
-                                              &resample8,
                                               &resampleScreen<std::uint8_t>,
                                               &resampleScreen<std::uint16_t>,
                                               &blendRows,

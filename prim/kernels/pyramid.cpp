@@ -94,18 +94,8 @@ void expandRow(const std::int16_t* above, const std::int16_t* here, const std::i
         dst[width - 1] = scaled(outer[whole - 1] + outer[whole + 1] + centre[whole]);
 }
 
-void addSaturated(const std::int16_t* src, std::int16_t* srcDst, std::int32_t n) {
-    for (std::int32_t x = 0; x < n; ++x)
-        srcDst[x] = saturate(srcDst[x] + src[x]);
-}
-
-void subSaturated(const std::int16_t* src, std::int16_t* srcDst, std::int32_t n) {
-    for (std::int32_t x = 0; x < n; ++x)
-        srcDst[x] = saturate(srcDst[x] - src[x]);
-}
-
 } // namespace
 
-const PyramidKernels KT7_NAME(pyramidKernels){&reduceRow, &expandRow, &addSaturated, &subSaturated};
+const PyramidKernels KT7_NAME(pyramidKernels){&reduceRow, &expandRow};
 
 } // namespace kt7

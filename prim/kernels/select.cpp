@@ -4,31 +4,18 @@
 
 namespace kt7 {
 
+// The portable tables stand from the first moment, so code that runs before the load hook is safe.
+#define KT7_DEFINE_KERNELS(Type, name) constinit const Type* name = &name##_generic;
+KT7_KERNEL_TABLES(KT7_DEFINE_KERNELS)
+
 #if defined(__x86_64__)
-#define KT7_SELECT(name)                                                                           \
+#define KT7_SELECT(Type, name)                                                                     \
     name = target == CpuTarget::avx512 ? &name##_avx512                                            \
            : target == CpuTarget::avx2 ? &name##_avx2                                              \
-                                       : &name##_generic
+                                       : &name##_generic;
 #else
-#define KT7_SELECT(name) name = &name##_generic
+#define KT7_SELECT(Type, name) name = &name##_generic;
 #endif
-
-// The portable tables stand from the first moment, so code that runs before the load hook is safe.
-constinit const ArithKernels* arithKernels = &arithKernels_generic;
-constinit const ConvertKernels* convertKernels = &convertKernels_generic;
-constinit const GridKernels* gridKernels = &gridKernels_generic;
-constinit const GroupKernels* groupKernels = &groupKernels_generic;
-constinit const MatchingKernels* matchingKernels = &matchingKernels_generic;
-constinit const NeighbourKernels* neighbourKernels = &neighbourKernels_generic;
-constinit const ColourKernels* colourKernels = &colourKernels_generic;
-constinit const DeconvKernels* deconvKernels = &deconvKernels_generic;
-constinit const NoiseKernels* noiseKernels = &noiseKernels_generic;
-constinit const PreviewKernels* previewKernels = &previewKernels_generic;
-constinit const PyramidKernels* pyramidKernels = &pyramidKernels_generic;
-constinit const ScaledKernels* scaledKernels = &scaledKernels_generic;
-constinit const ThresholdKernels* thresholdKernels = &thresholdKernels_generic;
-constinit const TileKernels* tileKernels = &tileKernels_generic;
-constinit const WaveletKernels* waveletKernels = &waveletKernels_generic;
 
 CpuTarget bestCpuTarget() noexcept {
 #if defined(__x86_64__)
@@ -44,21 +31,7 @@ CpuTarget bestCpuTarget() noexcept {
 }
 
 void selectKernels([[maybe_unused]] CpuTarget target) noexcept {
-    KT7_SELECT(arithKernels);
-    KT7_SELECT(convertKernels);
-    KT7_SELECT(gridKernels);
-    KT7_SELECT(groupKernels);
-    KT7_SELECT(matchingKernels);
-    KT7_SELECT(neighbourKernels);
-    KT7_SELECT(colourKernels);
-    KT7_SELECT(deconvKernels);
-    KT7_SELECT(noiseKernels);
-    KT7_SELECT(previewKernels);
-    KT7_SELECT(pyramidKernels);
-    KT7_SELECT(scaledKernels);
-    KT7_SELECT(thresholdKernels);
-    KT7_SELECT(tileKernels);
-    KT7_SELECT(waveletKernels);
+    KT7_KERNEL_TABLES(KT7_SELECT)
 }
 
 } // namespace kt7

@@ -30,35 +30,6 @@ void above16uC3(std::uint16_t* row, std::int32_t n, const std::uint16_t* t) {
     }
 }
 
-template <class Relation>
-void compareRow(const float* src1, const float* src2, std::uint8_t* dst, std::int32_t n,
-                Relation holds) {
-    for (std::int32_t x = 0; x < n; ++x)
-        dst[x] = holds(src1[x], src2[x]) ? 255 : 0;
-}
-
-void compare32f(const float* src1, const float* src2, std::uint8_t* dst, std::int32_t n,
-                std::int32_t op) {
-    switch (op) {
-    case 0:
-        return compareRow(src1, src2, dst, n, [](float a, float b) { return a < b; });
-    case 1:
-        return compareRow(src1, src2, dst, n, [](float a, float b) { return a <= b; });
-    case 2:
-        return compareRow(src1, src2, dst, n, [](float a, float b) { return a == b; });
-    case 3:
-        return compareRow(src1, src2, dst, n, [](float a, float b) { return a >= b; });
-    default:
-        return compareRow(src1, src2, dst, n, [](float a, float b) { return a > b; });
-    }
-}
-
-// Rewriting what is there where the mask is 0 keeps the loop free of branches.
-void copyMasked(const float* src, const std::uint8_t* mask, float* dst, std::int32_t n) {
-    for (std::int32_t x = 0; x < n; ++x)
-        dst[x] = mask[x] != 0 ? src[x] : dst[x];
-}
-
 std::int16_t min16s(const std::int16_t* row, std::int32_t n) {
     std::int16_t least = row[0];
     for (std::int32_t x = 1; x < n; ++x)
@@ -105,8 +76,7 @@ void sum8uC3(const std::uint8_t* row, std::int32_t n, std::uint64_t* sums) {
 
 } // namespace
 
-const ThresholdKernels KT7_NAME(thresholdKernels){&below32f,   &above32f,   &above16uC3,
-                                                  &compare32f, &copyMasked, &min16s,
-                                                  &max16s,     &sum8u,      &sum8uC3};
+const ThresholdKernels KT7_NAME(thresholdKernels){&below32f, &above32f, &above16uC3, &min16s,
+                                                  &max16s,   &sum8u,    &sum8uC3};
 
 } // namespace kt7

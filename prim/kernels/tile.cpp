@@ -8,7 +8,7 @@ void load(const std::int16_t* src, float scale, float* dst, std::int32_t n) {
         dst[x] = static_cast<float>(src[x]) * scale;
 }
 
-void scaleAndHold(float scale, float limit, float* row, std::int32_t n) {
+void hold(float scale, float limit, float* row, std::int32_t n) {
     for (std::int32_t x = 0; x < n; ++x) {
         float v = row[x] * scale;
         v = v > limit ? limit : v;
@@ -16,15 +16,8 @@ void scaleAndHold(float scale, float limit, float* row, std::int32_t n) {
     }
 }
 
-void storeRounded(const float* src, std::int16_t* dst, std::int32_t n) {
-    // Adding and taking away 1.5 * 2^23 rounds to the nearest integer, ties to even.
-    constexpr float magic = 12582912.0f;
-    for (std::int32_t x = 0; x < n; ++x)
-        dst[x] = static_cast<std::int16_t>(static_cast<std::int32_t>((src[x] + magic) - magic));
-}
-
-void blend(const float* src, const float* weight, std::int32_t weightStride, std::int16_t unwritten,
-           std::int16_t* dst, std::int32_t n) {
+void fade(const float* src, const float* weight, std::int32_t weightStride, std::int16_t unwritten,
+          std::int16_t* dst, std::int32_t n) {
     for (std::int32_t x = 0; x < n; ++x) {
         const float w = weight[x * weightStride];
         const float t = src[x];
@@ -37,6 +30,6 @@ void blend(const float* src, const float* weight, std::int32_t weightStride, std
 
 } // namespace
 
-const TileKernels KT7_NAME(tileKernels){&load, &scaleAndHold, &storeRounded, &blend};
+const TileKernels KT7_NAME(tileKernels){&load, &hold, &fade};
 
 } // namespace kt7

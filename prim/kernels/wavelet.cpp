@@ -30,8 +30,8 @@ void weighRows(const float* const* src, const float* weights, float* const* dst,
     }
 }
 
-void weightedSums(const float* const* src, const float* weights, float* const* dst,
-                  std::int32_t sums, std::int32_t n) {
+void weigh(const float* const* src, const float* weights, float* const* dst, std::int32_t sums,
+           std::int32_t n) {
     if (sums == 4)
         weighRows<4>(src, weights, dst, n);
     else if (sums == 2)
@@ -40,16 +40,16 @@ void weightedSums(const float* const* src, const float* weights, float* const* d
         weighRows<1>(src, weights, dst, n);
 }
 
-void splitPairs(const float* __restrict row, float* __restrict even, float* __restrict odd,
-                std::int32_t n) {
+void split(const float* __restrict row, float* __restrict even, float* __restrict odd,
+           std::int32_t n) {
     for (std::int32_t x = 0; x < n; ++x) {
         even[x] = row[2 * x];
         odd[x] = row[2 * x + 1];
     }
 }
 
-void joinPairs(const float* __restrict even, const float* __restrict odd, float* __restrict row,
-               std::int32_t n) {
+void join(const float* __restrict even, const float* __restrict odd, float* __restrict row,
+          std::int32_t n) {
     for (std::int32_t x = 0; x < n; ++x) {
         row[2 * x] = even[x];
         row[2 * x + 1] = odd[x];
@@ -79,8 +79,8 @@ inline float restored(float t00, float t11, float gain0, float gain1, float cap)
     return (re0 - im1) * rootHalf;
 }
 
-void gainRows(const float* const* trees, float threshold, float slope, float* __restrict gain0,
-              float* __restrict gain1, std::int32_t n) {
+void gains(const float* const* trees, float threshold, float slope, float* __restrict gain0,
+           float* __restrict gain1, std::int32_t n) {
     const float *const t00 = trees[0], *const t01 = trees[1], *const t10 = trees[2],
                        *const t11 = trees[3];
     for (std::int32_t x = 0; x < n; ++x) {
@@ -90,15 +90,15 @@ void gainRows(const float* const* trees, float threshold, float slope, float* __
     }
 }
 
-void shrinkByGuide(const float* const* trees, const float* gain0, const float* gain1, float cap,
-                   float* __restrict dst, std::int32_t n) {
+void byGuide(const float* const* trees, const float* gain0, const float* gain1, float cap,
+             float* __restrict dst, std::int32_t n) {
     const float *const t00 = trees[0], *const t11 = trees[3];
     for (std::int32_t x = 0; x < n; ++x)
         dst[x] = restored(t00[x], t11[x], gain0[x], gain1[x], cap);
 }
 
-void shrinkByOwn(const float* const* trees, float threshold, float slope, float cap,
-                 float* __restrict dst, std::int32_t n) {
+void byOwn(const float* const* trees, float threshold, float slope, float cap,
+           float* __restrict dst, std::int32_t n) {
     const float *const t00 = trees[0], *const t01 = trees[1], *const t10 = trees[2],
                        *const t11 = trees[3];
     for (std::int32_t x = 0; x < n; ++x) {
@@ -107,8 +107,8 @@ void shrinkByOwn(const float* const* trees, float threshold, float slope, float 
     }
 }
 
-void shrinkByBoth(const float* const* trees, float threshold, float slope, const float* gain0,
-                  const float* gain1, float cap, float* __restrict dst, std::int32_t n) {
+void byBoth(const float* const* trees, float threshold, float slope, const float* gain0,
+            const float* gain1, float cap, float* __restrict dst, std::int32_t n) {
     const float *const t00 = trees[0], *const t01 = trees[1], *const t10 = trees[2],
                        *const t11 = trees[3];
     for (std::int32_t x = 0; x < n; ++x) {
@@ -120,7 +120,7 @@ void shrinkByBoth(const float* const* trees, float threshold, float slope, const
 
 } // namespace
 
-const WaveletKernels KT7_NAME(waveletKernels){&weightedSums,  &splitPairs,  &joinPairs,   &gainRows,
-                                              &shrinkByGuide, &shrinkByOwn, &shrinkByBoth};
+const WaveletKernels KT7_NAME(waveletKernels){&weigh,   &split, &join,  &gains,
+                                              &byGuide, &byOwn, &byBoth};
 
 } // namespace kt7

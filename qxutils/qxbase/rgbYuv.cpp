@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "prim/kernels/KernelTable.h"
+#include "prim/colourRows.h"
 #include "qxutils/parallel.h"
 #include "qxutils/qxbase/borders.h"
 
@@ -69,7 +69,7 @@ std::int32_t qxRGBToYUV(const std::uint8_t* rgb, std::int32_t rowBytes, std::int
         for (std::int32_t i = 0; i < 256; ++i)
             packed[c][i] = tables[c]->fwd[i * 128];
     const std::int16_t* const entries[3] = {packed[0], packed[1], packed[2]};
-    fillPlanes(colourKernels->forward8, entries, rgb, rowBytes, width, height, planes);
+    fillPlanes(&rgb8ToYuvRow, entries, rgb, rowBytes, width, height, planes);
     return 1;
 }
 
@@ -78,21 +78,21 @@ std::int32_t qxRGBToYUV(const std::uint16_t* rgb, std::int32_t rowBytes, std::in
                         const NoiseNormalize* const tables[3]) {
     const std::int16_t* const entries[3] = {tables[0]->fwd.get(), tables[1]->fwd.get(),
                                             tables[2]->fwd.get()};
-    fillPlanes(colourKernels->forward16, entries, rgb, rowBytes, width, height, planes);
+    fillPlanes(&rgb16ToYuvRow, entries, rgb, rowBytes, width, height, planes);
     return 1;
 }
 
 std::int32_t qxYUVToRGB(const GIMG<std::int16_t>* const planes[3], std::uint8_t* rgb,
                         std::int32_t rowBytes, std::int32_t width, std::int32_t height,
                         const NoiseNormalize* const tables[3]) {
-    fillImage(colourKernels->backward8, tables, planes, rgb, rowBytes, width, height);
+    fillImage(&yuvToRgb8Row, tables, planes, rgb, rowBytes, width, height);
     return 1;
 }
 
 std::int32_t qxYUVToRGB(const GIMG<std::int16_t>* const planes[3], std::uint16_t* rgb,
                         std::int32_t rowBytes, std::int32_t width, std::int32_t height,
                         const NoiseNormalize* const tables[3]) {
-    fillImage(colourKernels->backward16, tables, planes, rgb, rowBytes, width, height);
+    fillImage(&yuvToRgb16Row, tables, planes, rgb, rowBytes, width, height);
     return 1;
 }
 

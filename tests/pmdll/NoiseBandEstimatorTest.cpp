@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "prim/kernels/select.h"
+#include "tests/support/targets.h"
 
 namespace kt7 {
 namespace {
@@ -80,33 +80,32 @@ Reference measured(const Plane& guide, const Plane& plane, double fraction, floa
     return {sum.noise / sum.count / 4.76, sum.root / sum.count, sum.count};
 }
 
-TEST(NoiseBandEstimator, AgreesWithASlowReference) {
+class EstimatorTargets : public test::OnTarget {};
+
+KT7_ON_EVERY_TARGET(EstimatorTargets);
+
+TEST_P(EstimatorTargets, AgreeWithASlowReference) {
     Plane guide(53, 41), second(53, 41), third(53, 41);
     fillNoisyRamp(guide, 0.05, 0.95, [](double p) { return 0.05 * p; });
     fillNoisyRamp(second, -0.3, 0.3, [](double) { return 0.02; });
     fillNoisyRamp(third, 0.2, 0.1, [](double) { return 0.3; });
     const Plane* const planes[3] = {&guide, &second, &third};
-    for (const CpuTarget target : {CpuTarget::generic, bestCpuTarget()}) {
-        selectKernels(target);
-        for (const float fraction : {0.1f, 0.15f, 0.9f}) {
-            NoiseBandEstimator one(fraction, 0.2f, 0.8f), three(fraction, 0.2f, 0.8f);
-            const Reference expected = measured(guide, guide, double{fraction}, 0.2f, 0.8f);
-            ASSERT_GT(expected.count, 20);
-            EXPECT_NEAR(one.estimate(guide), expected.noise, 1e-5 * expected.noise);
-            EXPECT_NEAR(one.meanRoot, expected.root, 1e-5);
-            EXPECT_EQ(double{one.sampleCount}, expected.count);
-            float results[3];
-            three.estimateThree(planes, results);
-            EXPECT_EQ(results[0], one.estimate(guide));
-            EXPECT_EQ(three.sampleCount, one.sampleCount);
-            for (int c = 1; c < 3; ++c) {
-                const double noise =
-                    measured(guide, *planes[c], double{fraction}, 0.2f, 0.8f).noise;
-                EXPECT_NEAR(results[c], noise, 1e-5 * noise) << c;
-            }
+    for (const float fraction : {0.1f, 0.15f, 0.9f}) {
+        NoiseBandEstimator one(fraction, 0.2f, 0.8f), three(fraction, 0.2f, 0.8f);
+        const Reference expected = measured(guide, guide, double{fraction}, 0.2f, 0.8f);
+        ASSERT_GT(expected.count, 20);
+        EXPECT_NEAR(one.estimate(guide), expected.noise, 1e-5 * expected.noise);
+        EXPECT_NEAR(one.meanRoot, expected.root, 1e-5);
+        EXPECT_EQ(double{one.sampleCount}, expected.count);
+        float results[3];
+        three.estimateThree(planes, results);
+        EXPECT_EQ(results[0], one.estimate(guide));
+        EXPECT_EQ(three.sampleCount, one.sampleCount);
+        for (int c = 1; c < 3; ++c) {
+            const double noise = measured(guide, *planes[c], double{fraction}, 0.2f, 0.8f).noise;
+            EXPECT_NEAR(results[c], noise, 1e-5 * noise) << c;
         }
     }
-    selectKernels(CpuTarget::generic);
 }
 
 TEST(NoiseBandEstimator, FlatPlanesUseEveryPixelInBand) {

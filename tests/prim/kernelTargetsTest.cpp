@@ -8,15 +8,17 @@
 
 #include "prim/arith.h"
 #include "prim/convert.h"
-#include "prim/copy.h"
 #include "prim/filter.h"
-#include "prim/kernels/KernelTable.h"
 #include "prim/kernels/select.h"
 #include "prim/median.h"
+#include "prim/noiseRows.h"
+#include "prim/screenRows.h"
 #include "prim/sobel.h"
 #include "prim/stats.h"
 #include "prim/threshold.h"
+#include "prim/tileRows.h"
 #include "prim/ycbcr.h"
+#include "tests/support/targets.h"
 
 namespace kt7 {
 namespace {
@@ -58,9 +60,12 @@ struct Work {
     Planes<std::uint8_t> b;
     Planes<std::uint16_t> w;
     double number[4] = {};
+    std::uint64_t sum = 0;
+    FlatSums flat{};
     bool operator==(const Work& o) const {
         return f.same(o.f) && s.same(o.s) && b.same(o.b) && w.same(o.w) &&
-               std::memcmp(number, o.number, sizeof number) == 0;
+               std::memcmp(number, o.number, sizeof number) == 0 && sum == o.sum &&
+               std::memcmp(&flat, &o.flat, sizeof flat) == 0;
     }
 };
 
@@ -79,7 +84,7 @@ using Operation = PrimStatus (*)(Work&, PrimSize, std::int32_t);
 #call, [](Work & w, PrimSize z, std::int32_t o) -> PrimStatus { return call; }             \
     }
 
-#define ROW_KERNEL(call) OPERATION((previewKernels->call, primOk))
+#define ROW(call) OPERATION((call, primOk))
 
 /// The three output rows as planes of one row.
 std::uint8_t* const* planes(Work& w) {
@@ -92,8 +97,13 @@ std::uint8_t* const* planes(Work& w) {
 constexpr float floatTaps[20] = {0.1f,  -0.7f, 1.3f,  0.01f, 2.0f,  -3.0f, 0.5f,
                                  0.25f, -0.6f, 0.9f,  1.1f,  -1.2f, 0.3f,  0.7f,
                                  -0.2f, 0.15f, -2.1f, 0.4f,  0.6f,  -0.8f};
-constexpr std::int32_t intTaps[15] = {1, 4, 6, 4, 1, -4, 16, 24, 16, 4, 6, 24, -36, 24, 6};
-constexpr std::int32_t wideTaps[4] = {2147483647, -2147483647, 70000, -65537};
+/// Weights of a fade, 0 to 1.
+const float* const unit = [] {
+    static float weights[stride];
+    for (std::int32_t i = 0; i < stride; ++i)
+        weights[i] = static_cast<float>(i) / stride;
+    return weights;
+}();
 constexpr std::uint8_t factors[3] = {3, 200, 17};
 constexpr std::uint16_t limits[3] = {100, 32767, 60000};
 
@@ -102,14 +112,9 @@ const struct {
     Operation run;
 } operations[] = {
     OPERATION(primAdd32fC1I(FLOATS, FLOATS_OUT, z)),
-    OPERATION(primSub32fC1I(FLOATS, FLOATS_OUT, z)),
-    OPERATION(primMul32fC1I(FLOATS, FLOATS_OUT, z)),
-    OPERATION(primSub32fC1(FLOATS, FLOATS2, FLOATS_OUT, z)),
     OPERATION(primAddC32fC1I(0.3f, FLOATS_OUT, z)),
-    OPERATION(primSubC32fC1(FLOATS, 0.3f, FLOATS_OUT, z)),
-    OPERATION(primMulC32fC1(FLOATS, 0.3f, FLOATS_OUT, z)),
+    OPERATION(primMulC32fC1I(0.3f, FLOATS_OUT, z)),
     OPERATION(primAbs32fC1I(FLOATS_OUT, z)),
-    OPERATION(primMagnitude32f(w.f.src(o), w.f.src2(o), w.f.dst(o), z.width)),
     OPERATION(primAdd16sC1I(SHORTS, SHORTS_OUT, z, 0)),
     OPERATION(primSub16sC1I(SHORTS, SHORTS_OUT, z, 1)),
     OPERATION(primSub16sC1I(SHORTS, SHORTS_OUT, z, 20)),
@@ -121,7 +126,6 @@ const struct {
     OPERATION(primAddC16uC1I(1, WORDS_OUT, z, -30)),
     OPERATION(primSubC16uC1(WORDS, 128, WORDS_OUT, z, 7)),
     OPERATION(primConvert16s32fC1(SHORTS, FLOATS_OUT, z)),
-    OPERATION(primConvert8u32fC1(BYTES, FLOATS_OUT, z)),
     OPERATION(primConvert8u16uC1(BYTES, WORDS_OUT, z)),
     OPERATION(primConvert16u8uC1(WORDS, BYTES_OUT, z)),
     OPERATION(primConvert32f8uC1(FLOATS, BYTES_OUT, z, 0)),
@@ -131,19 +135,21 @@ const struct {
     OPERATION(primThresholdLT32fC1I(FLOATS_OUT, z, 5.0f)),
     OPERATION(primThresholdGT32fC1I(FLOATS_OUT, z, 5.0f)),
     OPERATION(primThresholdGT16uC3I(w.w.dst(o) - 3, w.w.step, {z.width / 2 + 1, 3}, limits)),
-    OPERATION(primCompare32fC1(FLOATS, FLOATS2, BYTES_OUT, z, primLess)),
-    OPERATION(primCompare32fC1(FLOATS, FLOATS2, BYTES_OUT, z, primGreaterEqual)),
-    OPERATION(primCopy32fC1M(FLOATS, FLOATS_OUT, z, BYTES)),
-    OPERATION(primMean8uC1(BYTES, z, w.number)),
+    OPERATION(primSum8uC1(BYTES, z, &w.sum)),
     OPERATION(primMean8uC3(BYTES, {z.width / 2 + 1, 3}, w.number)),
     OPERATION(primRGBToYCbCr8uC3P3(BYTES, planes(w), 0, {z.width / 2 + 1, 1})),
     OPERATION(primYCbCrToRGB8uP3C3(planes(w), 0, BYTES_OUT, {z.width / 2 + 1, 1})),
-    ROW_KERNEL(toGDbDr(w.b.src(o), planes(w)[0], planes(w)[1], planes(w)[2], z.width / 2 + 1)),
-    ROW_KERNEL(fromGrey(w.b.src(o), w.b.dst(o), z.width / 2 + 1)),
-    ROW_KERNEL(toScreen8(w.b.src(o), w.b.dst(o), z.width / 3 + 1, z.width % 2 == 0)),
-    ROW_KERNEL(toScreen16(w.w.src(o), w.b.dst(o), z.width / 3 + 1, z.width % 2 != 0)),
-    ROW_KERNEL(fromScreen(w.b.src(o), w.b.dst(o), z.width / 2 + 1)),
-    ROW_KERNEL(intoScreen(w.b.src(o), w.b.dst(o), z.width / 3 + 1)),
+    ROW(splitGDbDrRow(w.b.src(o), planes(w)[0], planes(w)[1], planes(w)[2], z.width / 2 + 1)),
+    ROW(greyToRgbRow(w.b.src(o), w.b.dst(o), z.width / 2 + 1)),
+    ROW(toScreen8Row(w.b.src(o), w.b.dst(o), z.width / 3 + 1, z.width % 2 == 0)),
+    ROW(toScreen16Row(w.w.src(o), w.b.dst(o), z.width / 3 + 1, z.width % 2 != 0)),
+    ROW(fromScreenRow(w.b.src(o), w.b.dst(o), z.width / 2 + 1)),
+    ROW(intoScreenRow(w.b.src(o), w.b.dst(o), z.width / 3 + 1)),
+    ROW(loadTileRow(w.s.src(o), 0.01f, w.f.dst(o), z.width)),
+    ROW(holdTileRow(0.3f, 5000.0f, w.f.dst(o), z.width)),
+    ROW(fadeTileRow(w.f.src(o), unit, 1, -1, w.s.dst(o), z.width)),
+    ROW(fadeTileRow(w.f.src(o), unit + 9, 0, -1, w.s.dst(o), z.width)),
+    ROW(sumFlatRow(w.b.src(o), 90, w.f.src(o), 0.0f, 9000.0f, w.f.src2(o), z.width, &w.flat)),
     OPERATION(primFilterBox32fC1(FLOATS, FLOATS_OUT, z, {2, 2}, {0, 0})),
     OPERATION(primFilterBox32fC1(FLOATS, FLOATS_OUT, z, {3, 4}, {1, 2})),
     OPERATION(primFilterGauss32fC1(FLOATS, FLOATS_OUT, z, 33)),
@@ -155,13 +161,14 @@ const struct {
     OPERATION(primFilterMedianCross16sC1(SHORTS, SHORTS_OUT, z, 55)),
     OPERATION(primFilter32fC1(FLOATS, FLOATS_OUT, z, floatTaps, {3, 3}, {1, 1})),
     OPERATION(primFilter32fC1(FLOATS, FLOATS_OUT, z, floatTaps, {5, 4}, {2, 1})),
-    OPERATION(primFilter16sC1(SHORTS, SHORTS_OUT, z, intTaps, {5, 3}, {2, 1}, 256)),
-    OPERATION(primFilter16sC1(SHORTS, SHORTS_OUT, z, wideTaps, {2, 2}, {0, 0}, 100003)),
 };
 
-TEST(KernelTargets, AgreeBitForBitAndStayInsideTheSize) {
+class KernelTargets : public test::OnTarget {};
+
+KT7_ON_EVERY_TARGET(KernelTargets);
+
+TEST_P(KernelTargets, AgreeBitForBitAndStayInsideTheSize) {
     const std::mt19937 random(20260);
-    const CpuTarget best = bestCpuTarget();
     for (const auto& operation : operations)
         for (const std::int32_t width : {1, 7, 8, 9, 15, 16, 17, 31, 32, 33, 63, 65, 127, 300}) {
             const std::int32_t offset = width % 4;
@@ -187,56 +194,33 @@ TEST(KernelTargets, AgreeBitForBitAndStayInsideTheSize) {
             outside(expected.s, before.s);
             outside(expected.b, before.b);
             outside(expected.w, before.w);
-            for (const CpuTarget target : {CpuTarget::avx2, CpuTarget::avx512}) {
-                if (target > best)
-                    continue;
-                selectKernels(target);
-                Work got(random);
-                EXPECT_EQ(operation.run(got, size, offset), status);
-                EXPECT_TRUE(got == expected) << operation.name << " width " << width << " target "
-                                             << static_cast<int>(target);
-            }
+            selectKernels(GetParam());
+            Work got(random);
+            EXPECT_EQ(operation.run(got, size, offset), status);
+            EXPECT_TRUE(got == expected) << operation.name << " width " << width;
         }
-    selectKernels(best);
 }
 
-// What float comparisons are most easily wrong about, on each target.
-TEST(KernelTargets, KeepOddFloatsInRange) {
+// What float comparisons are most easily wrong about.
+TEST_P(KernelTargets, KeepOddFloatsInRange) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float inf = std::numeric_limits<float>::infinity();
     std::vector<float> odd;
     for (int i = 0; i < 8; ++i)
         odd.insert(odd.end(), {nan, inf, -inf, -0.0f, 3.0e38f, -3.0e38f, 1.0e-40f, 32767.6f});
     const PrimSize size{64, 1};
-    const CpuTarget best = bestCpuTarget();
-    for (const CpuTarget target : {CpuTarget::generic, CpuTarget::avx2, CpuTarget::avx512}) {
-        if (target > best)
-            continue;
-        selectKernels(target);
-        std::uint8_t bytes[64];
-        std::int16_t shorts[64];
-        const std::uint8_t bytesWanted[8] = {0, 255, 0, 0, 255, 0, 0, 255};
-        const std::int16_t shortsWanted[8] = {32767, 32767, -32768, 0, 32767, -32768, 0, 32767};
-        for (const std::int32_t rounding : {0, 1}) {
-            primConvert32f8uC1(odd.data(), 256, bytes, 64, size, rounding);
-            primConvert32f16sC1(odd.data(), 256, shorts, 128, size, rounding);
-            for (int i = 0; i < 64; ++i) {
-                EXPECT_EQ(bytes[i], bytesWanted[i % 8]) << i;
-                EXPECT_EQ(shorts[i], shortsWanted[i % 8]) << i;
-            }
+    std::uint8_t bytes[64];
+    std::int16_t shorts[64];
+    const std::uint8_t bytesWanted[8] = {0, 255, 0, 0, 255, 0, 0, 255};
+    const std::int16_t shortsWanted[8] = {32767, 32767, -32768, 0, 32767, -32768, 0, 32767};
+    for (const std::int32_t rounding : {0, 1}) {
+        primConvert32f8uC1(odd.data(), 256, bytes, 64, size, rounding);
+        primConvert32f16sC1(odd.data(), 256, shorts, 128, size, rounding);
+        for (int i = 0; i < 64; ++i) {
+            EXPECT_EQ(bytes[i], bytesWanted[i % 8]) << i;
+            EXPECT_EQ(shorts[i], shortsWanted[i % 8]) << i;
         }
-        std::vector<float> divided = {1.0f, -1.0f, 0.0f, 6.0f, 1.0f, -1.0f};
-        const std::vector<float> divisors = {0.0f, 0.0f, 0.0f, 3.0f, -0.0f, -0.0f};
-        EXPECT_EQ(primDiv32fI(divisors.data(), divided.data(), 6), primDivByZero);
-        EXPECT_EQ(divided[0], inf);
-        EXPECT_EQ(divided[1], -inf);
-        EXPECT_TRUE(divided[2] != divided[2]);
-        EXPECT_EQ(divided[3], 2.0f);
-        EXPECT_EQ(divided[4], inf);
-        EXPECT_EQ(divided[5], -inf);
-        EXPECT_EQ(primDiv32fI(divisors.data() + 3, divided.data() + 3, 1), primOk);
     }
-    selectKernels(best);
 }
 
 } // namespace

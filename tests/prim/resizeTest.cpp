@@ -5,7 +5,8 @@
 #include <limits>
 #include <vector>
 
-#include "prim/kernels/select.h"
+#include "prim/plainForms.h"
+#include "tests/support/targets.h"
 
 namespace kt7 {
 namespace {
@@ -62,44 +63,42 @@ TEST(Resize, ReadsOnlyTheRectangle) {
               std::vector<std::uint8_t>(dst, dst + 5));
 }
 
-// Every kernel target, on buffers that end where their last row ends.
-TEST(Resize, ScreenPixelsAreTheThreePlanesResized) {
-    for (const auto target : {CpuTarget::generic, CpuTarget::avx2, CpuTarget::avx512})
-        for (const std::int32_t width : {2, 3, 5, 8, 33})
-            for (const double factor : {0.4, 0.7, 1.3, 4.1}) {
-                if (target > bestCpuTarget())
-                    continue;
-                selectKernels(target);
-                const std::int32_t height = 7;
-                const auto rgb = noise(static_cast<std::size_t>(width * height * 3));
-                std::vector<std::uint16_t> deep;
-                for (const std::uint8_t v : rgb)
-                    deep.push_back(static_cast<std::uint16_t>(v * 128 + (v & 127)));
-                ResizePlan plan;
-                ASSERT_EQ(primOk, plan.setup({width, height}, {0, 0, width, height}, {999, 999},
-                                             factor, factor, primResizeLinear));
-                const auto [w, h] = plan.size();
-                const auto count = static_cast<std::size_t>(w * h);
-                std::vector<std::uint8_t> bgra(4 * count), fromDeep(4 * count);
-                plan.rowsToScreen8u(rgb.data(), 3 * width, bgra.data(), 4 * w, 0, h);
-                plan.rowsToScreen16u(deep.data(), 6 * width, fromDeep.data(), 4 * w, 0, h / 2);
-                plan.rowsToScreen16u(deep.data(), 6 * width, fromDeep.data(), 4 * w, h / 2, h);
-                EXPECT_EQ(bgra, fromDeep);
-                selectKernels(CpuTarget::generic);
-                for (std::size_t c = 0; c < 3; ++c) {
-                    std::vector<std::uint8_t> plane, resized(count);
-                    for (std::size_t i = c; i < rgb.size(); i += 3)
-                        plane.push_back(rgb[i]);
-                    ASSERT_EQ(primOk, primResize8uC1(plane.data(), {width, height}, width,
-                                                     {0, 0, width, height}, resized.data(), w,
-                                                     {w, h}, factor, factor, primResizeLinear));
-                    for (std::size_t i = 0; i < count; ++i)
-                        ASSERT_EQ(resized[i], bgra[4 * i + 2 - c]) << width << ' ' << factor;
-                }
+class ScreenPixels : public test::OnTarget {};
+
+KT7_ON_EVERY_TARGET(ScreenPixels);
+
+// On buffers that end where their last row ends.
+TEST_P(ScreenPixels, AreTheThreePlanesResized) {
+    for (const std::int32_t width : {2, 3, 5, 8, 33})
+        for (const double factor : {0.4, 0.7, 1.3, 4.1}) {
+            const std::int32_t height = 7;
+            const auto rgb = noise(static_cast<std::size_t>(width * height * 3));
+            std::vector<std::uint16_t> deep;
+            for (const std::uint8_t v : rgb)
+                deep.push_back(static_cast<std::uint16_t>(v * 128 + (v & 127)));
+            ResizePlan plan;
+            ASSERT_EQ(primOk, plan.setup({width, height}, {0, 0, width, height}, {999, 999}, factor,
+                                         factor, primResizeLinear));
+            const auto [w, h] = plan.size();
+            const auto count = static_cast<std::size_t>(w * h);
+            std::vector<std::uint8_t> bgra(4 * count), fromDeep(4 * count);
+            plan.rowsToScreen8u(rgb.data(), 3 * width, bgra.data(), 4 * w, 0, h);
+            plan.rowsToScreen16u(deep.data(), 6 * width, fromDeep.data(), 4 * w, 0, h / 2);
+            plan.rowsToScreen16u(deep.data(), 6 * width, fromDeep.data(), 4 * w, h / 2, h);
+            EXPECT_EQ(bgra, fromDeep);
+            for (std::size_t c = 0; c < 3; ++c) {
+                std::vector<std::uint8_t> plane, resized(count);
+                for (std::size_t i = c; i < rgb.size(); i += 3)
+                    plane.push_back(rgb[i]);
+                ASSERT_EQ(primOk, primResize8uC1(plane.data(), {width, height}, width,
+                                                 {0, 0, width, height}, resized.data(), w, {w, h},
+                                                 factor, factor, primResizeLinear));
                 for (std::size_t i = 0; i < count; ++i)
-                    ASSERT_EQ(255, bgra[4 * i + 3]);
+                    ASSERT_EQ(resized[i], bgra[4 * i + 2 - c]) << width << ' ' << factor;
             }
-    selectKernels(bestCpuTarget());
+            for (std::size_t i = 0; i < count; ++i)
+                ASSERT_EQ(255, bgra[4 * i + 3]);
+        }
 }
 
 } // namespace

@@ -7,9 +7,9 @@
 #include <random>
 #include <vector>
 
-#include "prim/kernels/select.h"
 #include "qxenhlib/bilateralPass.h"
 #include "qxutils/parallel.h"
+#include "tests/support/targets.h"
 
 namespace kt7 {
 namespace {
@@ -119,17 +119,18 @@ constexpr Shape shapes[] = {{64, 40, 4, 0.125f},     {67, 41, 8, 0.0625f}, {31, 
                             {9, 7, 24, 0.5f},        {2, 2, 2, 1.0f},      {1, 1, 3, 4.0f},
                             {130, 33, 2, 0.0078125f}};
 
-TEST(BilateralFilter, FollowsTheGridInDoublePrecisionOnEveryTarget) {
-    const CpuTarget best = bestCpuTarget();
+class BilateralTargets : public test::OnTarget {};
+
+KT7_ON_EVERY_TARGET(BilateralTargets);
+
+TEST_P(BilateralTargets, FollowTheGridInDoublePrecision) {
     for (const Shape& s : shapes) {
         GIMG<float> edges(s.width, s.height), values(s.width, s.height);
         fillScene(edges, 0.05f);
         fillScene(values, 0.1f);
         SlowGrid slow(values, edges, s.sample, double{s.bin});
         std::vector<float> first;
-        for (const CpuTarget target : {CpuTarget::generic, CpuTarget::avx2, CpuTarget::avx512}) {
-            if (target > best)
-                continue;
+        for (const CpuTarget target : {CpuTarget::generic, GetParam()}) {
             selectKernels(target);
             fillScene(values, 0.1f);
             BilateralFilter filter;
@@ -149,7 +150,6 @@ TEST(BilateralFilter, FollowsTheGridInDoublePrecisionOnEveryTarget) {
             EXPECT_EQ(result, first) << static_cast<int>(target);
         }
     }
-    selectKernels(best);
 }
 
 TEST(BilateralFilter, SmoothsEachSideOfAnEdgeAndForgetsTheTileBefore) {

@@ -12,8 +12,9 @@
 #include <set>
 #include <vector>
 
-#include "prim/kernels/KernelTable.h"
-#include "prim/kernels/select.h"
+#include "prim/matching.h"
+#include "tests/support/planes.h"
+#include "tests/support/targets.h"
 
 namespace kt7 {
 namespace {
@@ -70,43 +71,43 @@ double squaredDistance(const Feature& a, const Feature& b) {
     return sum;
 }
 
+class MatchingTargets : public test::OnTarget {};
+
+KT7_ON_EVERY_TARGET(MatchingTargets);
+
 // One object over several geometries, so that each also tests the change from the one before.
-TEST(BlockMatching, ListsDistinctCandidatesBestFirstWithTheirDistances) {
+TEST_P(MatchingTargets, ListDistinctCandidatesBestFirstWithTheirDistances) {
     struct Case {
         std::int32_t width, height, step;
     };
-    for (int target = 0; target <= static_cast<int>(bestCpuTarget()); ++target) {
-        selectKernels(static_cast<CpuTarget>(target));
-        ImBMAnn matcher(2, 24, 0.5f);
-        for (const Case& c : {Case{40, 33, 3}, Case{40, 33, 2}, Case{8, 20, 3}, Case{17, 9, 1},
-                              Case{32, 32, 3}, Case{33, 40, 3}}) {
-            GIMG<float> tile(c.width, c.height);
-            fillTile(tile, 0.02f);
-            ImBMResult result;
-            result.setGeometry(c.width, c.height, c.step);
-            matcher.proc(tile, result);
-            const std::vector<Feature> features = featuresOf(tile, result, 0.5);
-            for (std::int32_t q = 0; q < result.queryX * result.queryY; ++q) {
-                const std::int32_t own =
-                    q / result.queryX * c.step * result.candX + q % result.queryX * c.step;
-                const std::int32_t* matches = &result.matchIdx[static_cast<std::size_t>(q * 8)];
-                const float* distances = &result.matchDist[static_cast<std::size_t>(q * 8)];
-                ASSERT_EQ(std::set<std::int32_t>(matches, matches + 8).size(), 8u);
-                EXPECT_EQ(matches[0], own);
-                EXPECT_EQ(distances[0], 0.0f);
-                EXPECT_TRUE(std::is_sorted(distances, distances + 8));
-                for (int j = 0; j < 8; ++j) {
-                    ASSERT_GE(matches[j], 0);
-                    ASSERT_LT(matches[j], result.candX * result.candY);
-                    EXPECT_NEAR(distances[j],
-                                squaredDistance(features[static_cast<std::size_t>(own)],
-                                                features[static_cast<std::size_t>(matches[j])]),
-                                2e-6);
-                }
+    ImBMAnn matcher(2, 24, 0.5f);
+    for (const Case& c : {Case{40, 33, 3}, Case{40, 33, 2}, Case{8, 20, 3}, Case{17, 9, 1},
+                          Case{32, 32, 3}, Case{33, 40, 3}}) {
+        GIMG<float> tile(c.width, c.height);
+        fillTile(tile, 0.02f);
+        ImBMResult result;
+        result.setGeometry(c.width, c.height, c.step);
+        matcher.proc(tile, result);
+        const std::vector<Feature> features = featuresOf(tile, result, 0.5);
+        for (std::int32_t q = 0; q < result.queryX * result.queryY; ++q) {
+            const std::int32_t own =
+                q / result.queryX * c.step * result.candX + q % result.queryX * c.step;
+            const std::int32_t* matches = &result.matchIdx[static_cast<std::size_t>(q * 8)];
+            const float* distances = &result.matchDist[static_cast<std::size_t>(q * 8)];
+            ASSERT_EQ(std::set<std::int32_t>(matches, matches + 8).size(), 8u);
+            EXPECT_EQ(matches[0], own);
+            EXPECT_EQ(distances[0], 0.0f);
+            EXPECT_TRUE(std::is_sorted(distances, distances + 8));
+            for (int j = 0; j < 8; ++j) {
+                ASSERT_GE(matches[j], 0);
+                ASSERT_LT(matches[j], result.candX * result.candY);
+                EXPECT_NEAR(distances[j],
+                            squaredDistance(features[static_cast<std::size_t>(own)],
+                                            features[static_cast<std::size_t>(matches[j])]),
+                            2e-6);
             }
         }
     }
-    selectKernels(bestCpuTarget());
 }
 
 TEST(BlockMatching, FindsNearlyTheNearest) {
@@ -166,7 +167,7 @@ TEST(BlockMatching, FillsTheListsOfAFlatTileAndOfTheSmallestOne) {
 }
 
 // The choices that growing and searching leave to kernels, against plain ones.
-TEST(BlockMatching, SplitsAlongAWideElementAndTakesTheNearestBranch) {
+TEST_P(MatchingTargets, SplitAlongAWideElementAndTakeTheNearestBranch) {
     std::mt19937 random(5);
     std::normal_distribution<float> noise(0.0f, 1.0f);
     std::vector<float> features(200 * 16);
@@ -174,40 +175,35 @@ TEST(BlockMatching, SplitsAlongAWideElementAndTakesTheNearestBranch) {
         features[i] = 3.0f + noise(random) * static_cast<float>(1 + i % 16 * 5 % 16);
     std::vector<std::int32_t> list(200);
     std::ranges::generate(list, [&, next = 0]() mutable { return next++ * 77 % 200; });
-    for (int target = 0; target <= static_cast<int>(bestCpuTarget()); ++target) {
-        selectKernels(static_cast<CpuTarget>(target));
-        for (const std::int32_t n : {2, 3, 8, 101}) {
-            std::vector<double> means(16), variances(16);
-            for (std::size_t e = 0; e < 16; ++e) {
-                const auto value = [&](std::int32_t i) {
-                    return double{
-                        features[static_cast<std::size_t>(list[static_cast<std::size_t>(i)]) * 16 +
-                                 e]};
-                };
-                for (std::int32_t i = 0; i < n; ++i)
-                    means[e] += value(i) / n;
-                for (std::int32_t i = 0; i < n; ++i)
-                    variances[e] += (value(i) - means[e]) * (value(i) - means[e]);
-            }
-            std::vector<double> sorted = variances;
-            std::ranges::sort(sorted, std::greater<>());
-            for (std::int32_t rank = 0; rank < 5; ++rank) {
-                float mean = 0.0f;
-                const auto element = static_cast<std::size_t>(
-                    matchingKernels->splitElement(features.data(), list.data(), n, rank, &mean));
-                ASSERT_LT(element, 16u);
-                EXPECT_EQ(variances[element], sorted[static_cast<std::size_t>(rank)]);
-                EXPECT_NEAR(double{mean}, means[element], 1e-4);
-            }
+    for (const std::int32_t n : {2, 3, 8, 101}) {
+        std::vector<double> means(16), variances(16);
+        for (std::size_t e = 0; e < 16; ++e) {
+            const auto value = [&](std::int32_t i) {
+                return double{
+                    features[static_cast<std::size_t>(list[static_cast<std::size_t>(i)]) * 16 + e]};
+            };
+            for (std::int32_t i = 0; i < n; ++i)
+                means[e] += value(i) / n;
+            for (std::int32_t i = 0; i < n; ++i)
+                variances[e] += (value(i) - means[e]) * (value(i) - means[e]);
         }
-        for (std::size_t n = 1; n < 70; ++n) {
-            std::vector<float> keys(96, std::numeric_limits<float>::infinity());
-            std::generate_n(keys.begin(), n, [&] { return noise(random); });
-            EXPECT_EQ(matchingKernels->indexOfLeast(keys.data(), static_cast<std::int32_t>(n)),
-                      std::ranges::min_element(keys) - keys.begin());
+        std::vector<double> sorted = variances;
+        std::ranges::sort(sorted, std::greater<>());
+        for (std::int32_t rank = 0; rank < 5; ++rank) {
+            float mean = 0.0f;
+            const auto element = static_cast<std::size_t>(
+                splitElement(features.data(), list.data(), n, rank, &mean));
+            ASSERT_LT(element, 16u);
+            EXPECT_EQ(variances[element], sorted[static_cast<std::size_t>(rank)]);
+            EXPECT_NEAR(double{mean}, means[element], 1e-4);
         }
     }
-    selectKernels(bestCpuTarget());
+    for (std::size_t n = 1; n < 70; ++n) {
+        std::vector<float> keys(96, std::numeric_limits<float>::infinity());
+        std::generate_n(keys.begin(), n, [&] { return noise(random); });
+        EXPECT_EQ(indexOfLeast(keys.data(), static_cast<std::int32_t>(n)),
+                  std::ranges::min_element(keys) - keys.begin());
+    }
 }
 
 // Several trees have more branches than there are candidates.

@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
-#include "prim/kernels/select.h"
 #include "qxutils/DCT.h"
+#include "tests/support/targets.h"
 
 namespace kt7 {
 namespace {
@@ -101,7 +101,11 @@ void copyInto(GIMG<float>& to, const GIMG<float>& from) {
         std::ranges::copy(from.row(y), to.row(y).begin());
 }
 
-TEST(GroupFilter, FollowsItsDefinitionOnEveryTarget) {
+class GroupFilterTargets : public test::OnTarget {};
+
+KT7_ON_EVERY_TARGET(GroupFilterTargets);
+
+TEST_P(GroupFilterTargets, FollowTheDefinition) {
     struct Case {
         std::int32_t width, height, step;
         float scale, boost;
@@ -118,18 +122,13 @@ TEST(GroupFilter, FollowsItsDefinitionOnEveryTarget) {
                 scene.thresholds[static_cast<std::size_t>(i)] = 1e3f;
         const std::vector<double> expected =
             filterByDefinition(scene, double{c.scale}, double{c.boost});
-        for (int target = 0; target <= static_cast<int>(bestCpuTarget()); ++target) {
-            selectKernels(static_cast<CpuTarget>(target));
-            ImBMFilter filter;
-            ASSERT_EQ(filter.init(scene.result, scene.thresholds.data(), c.boost), 1);
-            GIMG<float> image(c.width, c.height);
-            copyInto(image, scene.noisy);
-            EXPECT_EQ(filter.filterImage(image, scene.result, c.scale), 0);
-            EXPECT_LT(worstDifference(image, expected), 2e-6)
-                << c.width << "x" << c.height << " scale " << c.scale << " boost " << c.boost
-                << " target " << target;
-        }
-        selectKernels(bestCpuTarget());
+        ImBMFilter filter;
+        ASSERT_EQ(filter.init(scene.result, scene.thresholds.data(), c.boost), 1);
+        GIMG<float> image(c.width, c.height);
+        copyInto(image, scene.noisy);
+        EXPECT_EQ(filter.filterImage(image, scene.result, c.scale), 0);
+        EXPECT_LT(worstDifference(image, expected), 2e-6)
+            << c.width << "x" << c.height << " scale " << c.scale << " boost " << c.boost;
     }
 }
 

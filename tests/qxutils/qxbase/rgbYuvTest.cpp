@@ -7,8 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "prim/kernels/KernelTable.h"
-#include "prim/kernels/select.h"
+#include "tests/support/targets.h"
 
 namespace kt7 {
 namespace {
@@ -23,19 +22,20 @@ struct Planes {
     const Plane* const read[3] = {&y, &u, &v};
 };
 
-class RgbYuv : public testing::Test {
+class RgbYuv : public test::OnTarget {
   protected:
     NoiseNormalize identity, curve;
     const NoiseNormalize* plain[3] = {&identity, &identity, &identity};
     const NoiseNormalize* curved[3] = {&curve, &curve, &curve};
     const NoiseNormalize* redOnly[3] = {&curve, &identity, &identity};
 
-    void SetUp() override {
+    RgbYuv() {
         identity.setup(0.0f, 0.0f, 0.0f, 0.95f);
         curve.setup(0.01f, 0.02f, 0.03f, 0.95f);
     }
-    void TearDown() override { selectKernels(CpuTarget::generic); }
 };
+
+KT7_ON_EVERY_TARGET(RgbYuv);
 
 template <class T>
 std::vector<T> randomImage(std::size_t samples, int most) {
@@ -46,7 +46,7 @@ std::vector<T> randomImage(std::size_t samples, int most) {
     return image;
 }
 
-TEST_F(RgbYuv, MatrixOfOnePixel) {
+TEST_P(RgbYuv, MatrixOfOnePixel) {
     struct Case {
         std::uint16_t r, g, b;
         int y, u, v;
@@ -64,7 +64,7 @@ TEST_F(RgbYuv, MatrixOfOnePixel) {
     }
 }
 
-TEST_F(RgbYuv, ImageStandsInTheMiddleWithItsEdgesReplicated) {
+TEST_P(RgbYuv, ImageStandsInTheMiddleWithItsEdgesReplicated) {
     constexpr std::int32_t width = 5, height = 3, rowSamples = 17;
     const auto rgb = randomImage<std::uint8_t>(rowSamples * height, 255);
     Planes p(16, 10), bare(width, height);
@@ -93,7 +93,7 @@ TEST_F(RgbYuv, ImageStandsInTheMiddleWithItsEdgesReplicated) {
     EXPECT_EQ(*small.v.at(1, 1), *bare.v.at(1, 1));
 }
 
-TEST_F(RgbYuv, GreysAreNeutralAndComeBack) {
+TEST_P(RgbYuv, GreysAreNeutralAndComeBack) {
     std::vector<std::uint8_t> rgb(256 * 3), back(256 * 3);
     for (std::size_t i = 0; i < rgb.size(); ++i)
         rgb[i] = static_cast<std::uint8_t>(i / 3);
@@ -112,7 +112,7 @@ TEST_F(RgbYuv, GreysAreNeutralAndComeBack) {
     EXPECT_NEAR(*white.y.at(0, 0), curve.fwd[32640], 1);
 }
 
-TEST_F(RgbYuv, BackwardHoldsAndTruncates) {
+TEST_P(RgbYuv, BackwardHoldsAndTruncates) {
     struct Case {
         std::int16_t y, u, v;
         int r, g, b;
@@ -137,7 +137,7 @@ TEST_F(RgbYuv, BackwardHoldsAndTruncates) {
     }
 }
 
-TEST_F(RgbYuv, AllTargetsGiveTheSameBits) {
+TEST_P(RgbYuv, AllTargetsGiveTheSameBits) {
     const auto words = randomImage<std::uint16_t>(3 * 1100, 65535);
     const auto bytes = randomImage<std::uint8_t>(3 * 1100, 255);
     const auto converted = [&](CpuTarget target, std::int32_t width) {
@@ -158,14 +158,11 @@ TEST_F(RgbYuv, AllTargetsGiveTheSameBits) {
         return all;
     };
     for (const std::int32_t width : {1, 7, 8, 9, 31, 32, 33, 511, 512, 513, 1100})
-        for (const CpuTarget target : {CpuTarget::avx2, CpuTarget::avx512})
-            if (target <= bestCpuTarget()) {
-                EXPECT_EQ(converted(target, width), converted(CpuTarget::generic, width)) << width;
-            }
+        EXPECT_EQ(converted(GetParam(), width), converted(CpuTarget::generic, width)) << width;
 }
 
 // Rows so far apart that offsets pass 2 GiB; the untouched space between them costs no memory.
-TEST_F(RgbYuv, OffsetsPassTwoGigabytes) {
+TEST_P(RgbYuv, OffsetsPassTwoGigabytes) {
     constexpr std::int32_t step = 1 << 30, height = 5, width = 40;
     constexpr std::size_t bytes = std::size_t{step} * height;
     void* const storage = mmap(nullptr, bytes * 4, PROT_READ | PROT_WRITE,

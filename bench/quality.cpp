@@ -1,31 +1,32 @@
-// Quality on real photographs: PSNR and SSIM before and after, over noisy/mean pairs and over clean
-// photos with Gaussian noise added.
+// Quality on photographs: PSNR and SSIM before and after the photo library, with the processor time.
 //
-//   kt7_quality PHOTOS [--luma COARSE FINE] [--chroma COARSE FINE] [--no-guard] [--grain 0.3]
-//   [--fast]
-//               [--sigma 10 25] [--out DIR]
+//   kt7_quality FOLDER.. [--quality best] [--strength 1] [--luma 1] [--colour 1] [--threads 0]
+//               [--sigma 0 10 25 50] [--out DIR] [--features]
 //
-// Without options it measures what kt7 denoise does by default.
+// A folder with NAME_real.* and NAME_mean.* is one of noisy photos and their references. The photos of
+// any other folder count as clean: they get white Gaussian noise of each deviation (0..255; 0 is none,
+// which shows what is done to a photo that was fine).
 //
-// PHOTOS holds pairs/NAME_real.png with NAME_mean.png, and clean/*.png. PSNR is over all 8-bit
-// samples; SSIM is that of luma in a Gaussian window of deviation 1.5 (Wang, Bovik, Sheikh and
-// Simoncelli 2004).
-#include <OpenImageIO/imageio.h>
-
+// PSNR is over all 8-bit samples; SSIM is that of luma in a Gaussian window of deviation 1.5 (Wang,
+// Bovik, Sheikh and Simoncelli 2004).
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
+#include <limits>
+#include <map>
 #include <random>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "kt7photo/kt7photo.h"
+#include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/files/photo.h"
-#include "tools/kt7/library.h"
-#include "tools/kt7/textureGuard.h"
 
 namespace {
 
@@ -37,22 +38,18 @@ struct Picture {
 };
 
 Picture readPicture(const fs::path& path) {
-    const auto file = OIIO::ImageInput::open(path.string());
-    if (!file || file->spec().nchannels < 3)
-        throw std::runtime_error("can't read " + path.string());
-    Picture p{file->spec().width, file->spec().height, {}};
-    p.rgb.resize(static_cast<std::size_t>(p.width) * static_cast<std::size_t>(p.height) * 3);
-    if (!file->read_image(0, 0, 0, 3, OIIO::TypeDesc::UINT8, p.rgb.data()))
-        throw std::runtime_error("can't read " + path.string());
-    return p;
+    kt7::tool::Photo photo = kt7::tool::readPhoto(path.string());
+    if (photo.sixteen)
+        throw std::runtime_error("not a photo of 8 bits: " + path.string());
+    return {photo.width, photo.height, std::move(photo.rgb8)};
 }
 
 void writePicture(const fs::path& path, const Picture& p) {
-    const auto file = OIIO::ImageOutput::create(path.string());
-    const OIIO::ImageSpec spec(p.width, p.height, 3, OIIO::TypeDesc::UINT8);
-    if (!file || !file->open(path.string(), spec) ||
-        !file->write_image(OIIO::TypeDesc::UINT8, p.rgb.data()) || !file->close())
-        throw std::runtime_error("can't write " + path.string());
+    kt7::tool::Photo photo;
+    photo.width = p.width;
+    photo.height = p.height;
+    photo.rgb8 = p.rgb;
+    kt7::tool::writePhoto(photo, path.string(), "png", 95);
 }
 
 double psnr(const Picture& a, const Picture& b) {
@@ -61,7 +58,9 @@ double psnr(const Picture& a, const Picture& b) {
         const double d = static_cast<double>(a.rgb[i]) - b.rgb[i];
         sum += d * d;
     }
-    return 10.0 * std::log10(255.0 * 255.0 * static_cast<double>(a.rgb.size()) / sum);
+    constexpr double least = 1e-9; // of the mean square of two pictures that are the same
+    return 10.0 *
+           std::log10(255.0 * 255.0 / std::max(sum / static_cast<double>(a.rgb.size()), least));
 }
 
 std::vector<double> lumaOf(const Picture& p) {
@@ -123,120 +122,143 @@ double ssim(const Picture& pa, const Picture& pb) {
     return sum / static_cast<double>(ma.size());
 }
 
-using kt7::tool::LevelFactors;
-
-struct Settings {
-    LevelFactors coarse = kt7::tool::coarseFactors, fine = kt7::tool::fineFactors;
-    float grain = kt7::tool::defaults::noiseGrain;
-    bool guard = true, fast = false;
+struct Work {
+    Kt7PhotoSettings settings{};
+    std::string out;
+    bool features = false;
 };
 
-Picture denoised(const Picture& noisy, const Settings& settings, QxNoiseLevels& levels) {
-    kt7::tool::Photo photo;
-    photo.width = noisy.width;
-    photo.height = noisy.height;
-    photo.rgb8 = noisy.rgb;
-    levels = kt7::tool::estimateNoise(photo).levels;
-    if (settings.guard)
-        levels = kt7::tool::guardedLevels(levels, kt7::tool::noiseFloorOf(photo), 1.0f,
-                                          settings.coarse, settings.fine);
-    else
-        levels = kt7::tool::scaled(levels, settings.coarse.luma, settings.coarse.chroma);
-    levels.noiseGrain = settings.grain;
-    kt7::tool::denoise(photo, {.levels = levels, .fast = settings.fast}, [](double) {});
-    return {noisy.width, noisy.height, std::move(photo.rgb8)};
+void check(std::int32_t result) {
+    if (result != kt7PhotoDone)
+        throw std::runtime_error(kt7PhotoResultText(result));
 }
 
 struct Means {
-    double before = 0, after = 0, ssimBefore = 0, ssimAfter = 0;
+    double before = 0, after = 0, ssimBefore = 0, ssimAfter = 0, worst = 1e9, seconds = 0,
+           megapixels = 0;
     int count = 0;
 
-    void print(const char* name) const {
-        if (count == 0)
-            return;
-        std::printf("%-34s %6.2f %6.2f %+5.2f  %.4f %.4f\n", name, before / count, after / count,
-                    (after - before) / count, ssimBefore / count, ssimAfter / count);
+    void print(const std::string& name) const {
+        if (count > 0)
+            std::printf("%-34s %6.2f %6.2f %+5.2f  %.4f %.4f  %6.2f   worst %.2f\n", name.c_str(),
+                        before / count, after / count, (after - before) / count, ssimBefore / count,
+                        ssimAfter / count, seconds / megapixels, worst);
     }
 };
 
-void measure(const std::string& name, const Picture& truth, const Picture& noisy,
-             const Settings& settings, const std::string& out, Means& means) {
-    QxNoiseLevels levels{};
-    const Picture result = denoised(noisy, settings, levels);
+void measure(const std::string& name, const Picture& truth, const Picture& noisy, const Work& work,
+             Means& means) {
+    Picture result = noisy;
+    Kt7PhotoImage image{};
+    image.size = sizeof image;
+    check(kt7PhotoInterleaved(&image, kt7PhotoU8, kt7PhotoRgb, kt7PhotoNoAlpha, result.rgb.data(),
+                              result.width, result.height, std::int64_t{3} * result.width));
+    Kt7PhotoNoise noise{};
+    noise.size = sizeof noise;
+    Kt7PhotoSettings settings = work.settings;
+    settings.noise = &noise;
+    const std::clock_t begin = std::clock();
+    check(kt7PhotoMeasure(&image, &settings, &noise));
+    check(kt7PhotoDenoise(&image, &image, &settings));
+    const double seconds = static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
+    const double megapixels = 1e-6 * result.width * result.height;
     const double before = psnr(noisy, truth), after = psnr(result, truth);
     const double ssimBefore = ssim(noisy, truth), ssimAfter = ssim(result, truth);
-    std::printf("%-34s %6.2f %6.2f %+5.2f  %.4f %.4f   %.4f %.4f %.4f %.4f %.4f\n", name.c_str(),
-                before, after, after - before, ssimBefore, ssimAfter,
-                static_cast<double>(levels.lumaMid), static_cast<double>(levels.chromaU),
-                static_cast<double>(levels.chromaV), static_cast<double>(levels.lumaLow),
-                static_cast<double>(levels.lumaHigh));
-    if (!out.empty()) {
-        writePicture(fs::path(out) / (name + "_noisy.png"), noisy);
-        writePicture(fs::path(out) / (name + "_denoised.png"), result);
+    std::printf("%-34s %6.2f %6.2f %+5.2f  %.4f %.4f  %6.2f\n", name.c_str(), before, after,
+                after - before, ssimBefore, ssimAfter, seconds / megapixels);
+    if (work.features) {
+        std::printf("    white %.2f, emptied %.2f, noise-like %.2f\n",
+                    static_cast<double>(noise.white), static_cast<double>(noise.emptied),
+                    static_cast<double>(noise.noiseLike));
+        for (std::int32_t i = 0; i < noise.featureCount; ++i)
+            std::printf("    %8.3f %s\n", static_cast<double>(noise.features[i]),
+                        kt7PhotoFeatureName(i));
+    }
+    if (!work.out.empty()) {
+        writePicture(fs::path(work.out) / (name + "_noisy.png"), noisy);
+        writePicture(fs::path(work.out) / (name + "_denoised.png"), result);
     }
     means.before += before;
     means.after += after;
     means.ssimBefore += ssimBefore;
     means.ssimAfter += ssimAfter;
+    means.worst = std::min(means.worst, after);
+    means.seconds += seconds;
+    means.megapixels += megapixels;
     ++means.count;
+}
+
+void measurePairs(const std::string& folder, const std::set<fs::path>& files, const Work& work) {
+    Means means;
+    constexpr std::string_view mark = "_real";
+    for (const fs::path& real : files) {
+        std::string stem = real.stem().string();
+        if (!stem.ends_with(mark))
+            continue;
+        stem.resize(stem.size() - mark.size());
+        const fs::path mean = real.parent_path() / (stem + "_mean" + real.extension().string());
+        measure(stem, readPicture(mean), readPicture(real), work, means);
+    }
+    means.print(folder + ", mean");
+}
+
+void measureClean(const std::string& folder, const std::set<fs::path>& files, double sigma,
+                  const Work& work) {
+    Means means;
+    const std::string added = std::to_string(static_cast<int>(sigma));
+    for (const fs::path& path : files) {
+        const Picture truth = readPicture(path);
+        Picture noisy = truth;
+        std::mt19937 random(1);
+        std::normal_distribution<double> noise(0.0, 1.0);
+        if (sigma > 0.0)
+            for (std::uint8_t& sample : noisy.rgb)
+                sample = static_cast<std::uint8_t>(
+                    std::lround(std::clamp(sample + sigma * noise(random), 0.0, 255.0)));
+        measure(path.stem().string() + "_" + added, truth, noisy, work, means);
+    }
+    means.print(folder + " + " + added + ", mean");
 }
 
 } // namespace
 
 int main(int argc, char** argv) try {
     CLI::App app{"Denoising quality on photographs"};
-    std::string photos, out;
-    Settings settings;
-    std::vector<double> sigmas = {10.0, 25.0};
-    app.add_option("PHOTOS", photos, "folder with pairs/ and clean/")->required();
-    std::vector<float> luma = {settings.coarse.luma, settings.fine.luma},
-                       chroma = {settings.coarse.chroma, settings.fine.chroma};
-    app.add_option("--luma", luma, "factors on the luma levels of coarse and of fine noise")
-        ->expected(2);
-    app.add_option("--chroma", chroma, "the same for the chroma levels")->expected(2);
-    app.add_flag("!--no-guard", settings.guard,
-                 "levels as the library measures them, by the factors for coarse noise");
-    app.add_option("--grain", settings.grain, "noise grain, 0 to 2");
-    app.add_flag("--fast", settings.fast, "quick search");
+    std::vector<std::string> folders;
+    std::vector<double> sigmas = {0.0, 10.0, 25.0, 50.0};
+    Work work;
+    work.settings.size = sizeof work.settings;
+    check(kt7PhotoDefaults(&work.settings));
+    const std::map<std::string, std::int32_t> qualities = {
+        {"fast", kt7PhotoFast}, {"full", kt7PhotoFull}, {"best", kt7PhotoBest}};
+    app.add_option("FOLDER", folders, "folders with photos")->required();
+    app.add_option("--quality", work.settings.quality, "fast, full or best")
+        ->transform(CLI::CheckedTransformer(qualities));
+    app.add_option("--strength", work.settings.strength, "how much noise to take out");
+    app.add_option("--luma", work.settings.luma, "the same for luma alone");
+    app.add_option("--colour", work.settings.colour, "the same for colour alone");
+    app.add_option("--threads", work.settings.threads, "0 for the default");
     app.add_option("--sigma", sigmas, "deviations of the noise added to clean photos, 0..255");
-    app.add_option("--out", out, "folder for the pictures");
+    app.add_option("--out", work.out, "folder for the pictures");
+    app.add_flag("--features", work.features, "print what the rule went by");
     CLI11_PARSE(app, argc, argv);
-    settings.coarse = {luma[0], chroma[0]};
-    settings.fine = {luma[1], chroma[1]};
-    if (!out.empty())
-        fs::create_directories(out);
+    if (!work.out.empty())
+        fs::create_directories(work.out);
 
-    std::printf("%-34s %6s %6s %5s  %6s %6s   %s\n", "", "PSNR", "after", "gain", "SSIM", "after",
-                "levels used: Y U V low high");
-    Means pairs;
-    std::set<fs::path> names;
-    for (const auto& entry : fs::directory_iterator(fs::path(photos) / "pairs"))
-        if (entry.path().string().ends_with("_real.png"))
-            names.insert(entry.path());
-    for (const fs::path& real : names) {
-        const std::string stem = real.stem().string().substr(0, real.stem().string().size() - 5);
-        measure(stem, readPicture(real.parent_path() / (stem + "_mean.png")), readPicture(real),
-                settings, out, pairs);
-    }
-    pairs.print("pairs, mean");
-    for (const double sigma : sigmas) {
-        Means clean;
-        names.clear();
-        for (const auto& entry : fs::directory_iterator(fs::path(photos) / "clean"))
-            names.insert(entry.path());
-        for (const fs::path& path : names) {
-            const Picture truth = readPicture(path);
-            Picture noisy = truth;
-            std::mt19937 random(1);
-            std::normal_distribution<double> noise(0.0, 1.0);
-            if (sigma > 0.0)
-                for (std::uint8_t& sample : noisy.rgb)
-                    sample = static_cast<std::uint8_t>(
-                        std::lround(std::clamp(sample + sigma * noise(random), 0.0, 255.0)));
-            measure(path.stem().string() + "_" + std::to_string(static_cast<int>(sigma)), truth,
-                    noisy, settings, out, clean);
+    std::printf("%-34s %6s %6s %5s  %6s %6s  %6s\n", "", "PSNR", "after", "gain", "SSIM", "after",
+                "cpu s/MP");
+    for (const std::string& folder : folders) {
+        std::set<fs::path> files;
+        bool pairs = false;
+        for (const auto& entry : fs::directory_iterator(folder)) {
+            files.insert(entry.path());
+            pairs |= entry.path().stem().string().ends_with("_real");
         }
-        clean.print(("clean + " + std::to_string(static_cast<int>(sigma)) + ", mean").c_str());
+        if (pairs)
+            measurePairs(folder, files, work);
+        else
+            for (const double sigma : sigmas)
+                measureClean(folder, files, sigma, work);
     }
     return 0;
 } catch (const std::exception& e) {

@@ -86,8 +86,8 @@ KT7PHOTO_EXPORT const char* kt7PhotoResultText(std::int32_t result) {
     return "an unknown result";
 }
 
-KT7PHOTO_EXPORT const char* kt7PhotoFeatureName(std::int32_t) {
-    return nullptr;
+KT7PHOTO_EXPORT const char* kt7PhotoFeatureName(std::int32_t feature) {
+    return featureName(feature);
 }
 
 KT7PHOTO_EXPORT std::int32_t kt7PhotoInterleaved(Kt7PhotoImage* image, std::int32_t sampleType,

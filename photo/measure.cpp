@@ -4,51 +4,86 @@
 #include <cstddef>
 #include <iterator>
 
+#include "photo/blockStatistics.h"
+#include "photo/mosaic.h"
+#include "photo/strengthRule.h"
 #include "photo/textureGuard.h"
 
 namespace kt7::photo {
 namespace {
 
-/// Small photos are mirrored at their edges until the estimate takes them.
-constexpr std::int32_t leastSide = 160;
+constexpr const char* featureNames[] = {
+    "fine over middle power of what a first pilot took",
+    "fine power of colour",
+    "fine power of luma",
+    "coarse power of colour over that of luma",
+    "deviation of luma in calm windows",
+    "fineness there",
+};
+static_assert(std::size(featureNames) <= kt7PhotoMostFeatures);
 
-std::int32_t mirrored(std::int32_t at, std::int32_t length) {
-    const std::int32_t turn = at % (2 * length);
-    return turn < length ? turn : 2 * length - 1 - turn;
-}
-
-EngineImage enlarged(const EngineImage& image) {
-    EngineImage larger(std::max(image.width, leastSide), std::max(image.height, leastSide));
-    for (std::int32_t y = 0; y < larger.height; ++y) {
-        const std::uint16_t* from = image.row(mirrored(y, image.height));
-        std::uint16_t* to = larger.row(y);
-        for (std::int32_t x = 0; x < larger.width; ++x)
-            std::copy_n(from + std::ptrdiff_t{3} * mirrored(x, image.width), 3,
-                        to + std::ptrdiff_t{3} * x);
+Planes planesOf(const EngineImage& image, std::int32_t colours) {
+    Planes planes(image.width, image.height, colours);
+    for (std::int32_t y = 0; y < image.height; ++y) {
+        const std::uint16_t* rgb = image.row(y);
+        planes.setRow(y, rgb, rgb + 1, rgb + 2, 3, EngineImage::top);
     }
-    return larger;
+    return planes;
 }
 
-Kt7PhotoNoise measuredLarge(const EngineImage& image, Progress& progress) {
-    Kt7PhotoNoise noise{};
-    noise.size = sizeof noise;
-    progress.report(0.0);
-    noise.estimate = estimatedLevels(image);
-    progress.report(0.5);
-    noise.levels = guardedLevels(noise.estimate, noiseFloorOf(image));
-    noise.noiseLike = 1.0f;
-    noise.lumaWeight = noise.colourWeight = 1.0f;
-    noise.rounds = 1;
-    progress.report(1.0);
-    return noise;
+EngineImage copyOf(const EngineImage& image) {
+    EngineImage copy(image.width, image.height);
+    std::copy_n(image.row(0), image.row(image.height) - image.row(0), copy.row(0));
+    return copy;
 }
 
 } // namespace
 
-Kt7PhotoNoise measuredNoise(const EngineImage& image, Progress& progress) {
-    return std::min(image.width, image.height) < leastSide
-               ? measuredLarge(enlarged(image), progress)
-               : measuredLarge(image, progress);
+const char* featureName(std::int32_t feature) noexcept {
+    const auto index = static_cast<std::size_t>(feature);
+    return index < std::size(featureNames) ? featureNames[index] : nullptr;
+}
+
+Kt7PhotoNoise measuredNoise(const EngineImage& image, std::int32_t colours, Progress& progress) {
+    Kt7PhotoNoise noise{};
+    noise.size = sizeof noise;
+    progress.report(0.0);
+    const Mosaic mosaic = mosaicOf(image);
+    const bool large = std::min(image.width, image.height) >= 148;
+    noise.estimate = estimatedLevels(large ? image : mosaic.image);
+    const NoiseFloor floor = noiseFloorOf(large ? image : mosaic.image);
+    const QxNoiseLevels first = guardedLevels(noise.estimate, floor);
+
+    const Planes photo = planesOf(mosaic.image, colours);
+    const auto pilotWith = [&](const QxNoiseLevels& levels, const Looks& looks, double from,
+                               double to) {
+        EngineImage pilot = copyOf(mosaic.image);
+        progress.enterPart(from, to);
+        denoise(pilot, levels, looks, false, progress);
+        return planesOf(pilot, colours);
+    };
+    const double begin = progress.from(), end = progress.to();
+    const std::vector<BlockPlace> blocks = unclipped(
+        mosaic.blocks, mosaic.image.row(0), static_cast<std::size_t>(mosaic.image.width) * 3);
+    const Features features =
+        featuresOf(photo, pilotWith(first, {}, begin, 0.5 * (begin + end)), blocks);
+    const NoiseKind kind = kindOf(features);
+    noise.levels = levelsFor(first, features, kind);
+    noise.chromaSmooth = chromaSmoothFor(kind);
+    noise.white = kind.white;
+    noise.emptied = kind.emptied;
+    noise.noiseLike = kind.noiseLike;
+    for (const float value : {features.fineOverMiddle, features.fineColour, features.fineLuma,
+                              features.coarseColour, 255.0f * floor.level, floor.fineness})
+        noise.features[noise.featureCount++] = value;
+    const Looks looks{.chromaSmooth = noise.chromaSmooth};
+    setSpectrum(noise, photo, pilotWith(noise.levels, looks, 0.5 * (begin + end), end), blocks,
+                kind.white, whiteLumaPower(features), features.fineColour);
+    const StageStrength strength = stageStrengthFor(kind);
+    noise.lumaWeight = strength.luma;
+    noise.colourWeight = strength.colour;
+    noise.rounds = strength.rounds;
+    return noise;
 }
 
 void setLevels(Kt7PhotoNoise& noise, const QxNoiseLevels& levels) noexcept {

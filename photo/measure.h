@@ -6,8 +6,12 @@
 
 namespace kt7::photo {
 
-/// Measures; `image` is the photo, of any size. Raises what ends the call.
-Kt7PhotoNoise measuredNoise(const EngineImage& image, Progress& progress);
+/// Measures; `image` is the photo, of any size, `colours` kt7PhotoGrey if it has none. Raises what
+/// ends the call.
+Kt7PhotoNoise measuredNoise(const EngineImage& image, std::int32_t colours, Progress& progress);
+
+/// Name of a feature of the measurement, or null.
+const char* featureName(std::int32_t feature) noexcept;
 
 /// Puts other levels into a measurement; see kt7PhotoSetLevels.
 void setLevels(Kt7PhotoNoise& noise, const QxNoiseLevels& levels) noexcept;

@@ -27,6 +27,9 @@ class Progress {
         to_ = to;
     }
 
+    double from() const noexcept { return from_; }
+    double to() const noexcept { return to_; }
+
     /// True while a callback of this library runs on this thread.
     static bool insideCallback() noexcept;
 

@@ -204,48 +204,115 @@ double rising(double value, float from, float to) {
 
 } // namespace
 
-std::vector<BlockPlace> unclipped(const std::vector<BlockPlace>& blocks, const std::uint16_t* photo,
-                                  std::size_t rowSamples) {
-    constexpr std::uint16_t low = 2 * 32768 / 255 + 1, high = 253 * 32768 / 255;
-    constexpr std::size_t few = 600;
+std::vector<BlockPlace> blocksWithin(const std::vector<BlockPlace>& blocks,
+                                     const EngineImage& image, float low, float high) {
+    constexpr float scale = EngineImage::top / 255.0f;
+    const float above = low * scale, below = high * scale;
     std::vector<BlockPlace> result;
     for (const BlockPlace& at : blocks) {
         bool good = true;
         for (std::int32_t y = 0; good && y < side; ++y) {
-            const std::uint16_t* rgb = photo + static_cast<std::size_t>(at.y + y) * rowSamples +
-                                       static_cast<std::size_t>(at.x) * 3;
-            good = std::all_of(rgb, rgb + 3 * side,
-                               [](std::uint16_t s) { return s > low && s < high; });
+            const std::uint16_t* rgb = image.row(at.y + y) + std::ptrdiff_t{3} * at.x;
+            good = std::all_of(rgb, rgb + 3 * side, [&](std::uint16_t sample) {
+                const auto value = static_cast<float>(sample);
+                return value > above && value < below;
+            });
         }
         if (good)
             result.push_back(at);
     }
-    return result.size() < few ? blocks : result;
+    return result;
 }
 
-Features featuresOf(const Planes& photo, const Planes& pilot,
-                    const std::vector<BlockPlace>& blocks) {
-    const std::vector<Calmness> all = calmnessOf(pilot, blocks);
-    const std::vector<BlockPlace> calm =
-        calmest(all, quantile(valuesOf(all, &Calmness::activity), rule::featureShare));
-    const auto low = [](std::int32_t i) { return i > 0 && isCoarse(i); };
+namespace {
+
+/// Mean power of a photo's colour over blocks; zero for a grey photo.
+Block colourPower(const Planes& photo, const std::vector<BlockPlace>& blocks) {
+    Block mean{};
+    for (std::int32_t plane = 1; plane < photo.count; ++plane) {
+        const Block power = meanPower(photo, nullptr, plane, blocks);
+        for (std::size_t i = 0; i < mean.size(); ++i)
+            mean[i] += 0.5 * power[i];
+    }
+    return mean;
+}
+
+std::vector<BlockPlace> calmTwentieth(const std::vector<Calmness>& blocks) {
+    return calmest(blocks, quantile(valuesOf(blocks, &Calmness::activity), rule::featureShare));
+}
+
+/// How even the middle power of luma is over all blocks.
+float evennessOf(const Planes& photo, const std::vector<BlockPlace>& blocks) {
+    std::vector<float> powers;
+    powers.reserve(blocks.size());
+    for (const BlockPlace& at : blocks) {
+        Block power{};
+        addPower(photo, nullptr, 0, at, power);
+        powers.push_back(static_cast<float>(meanOf(power, isMiddle)));
+    }
+    constexpr float least = 0.02f;
+    return (quantile(powers, 0.05f) + least) / (quantile(powers, 0.25f) + least);
+}
+
+/// Replaces the variances of strong white noise by those of blocks whose pilot is far from the ends
+/// of the scale.
+void measureWhite(Features& features, const Planes& photo, const Planes& pilot,
+                  const EngineImage& pilotImage, const std::vector<BlockPlace>& all) {
+    const float strongest = std::max(features.fineColour, features.fineLuma);
+    if (features.fineOverMiddle <= 0.5f || strongest <= rule::strongWhite)
+        return;
+    float colour = features.fineColour, luma = features.fineLuma;
+    for (int pass = 0; pass < 2; ++pass) {
+        float margin = std::min(2.5f * std::sqrt(std::max(colour, luma)) + 2.0f, 110.0f);
+        std::vector<BlockPlace> inside = blocksWithin(all, pilotImage, margin, 255.0f - margin);
+        while (inside.size() < rule::fewBlocks && margin > 2.0f) {
+            margin *= 0.8f;
+            inside = blocksWithin(all, pilotImage, margin, 255.0f - margin);
+        }
+        if (inside.size() < rule::fewBlocks)
+            break;
+        const std::vector<BlockPlace> calm = calmTwentieth(calmnessOf(pilot, inside));
+        colour = static_cast<float>(meanOf(colourPower(photo, calm), isFine));
+        luma = static_cast<float>(meanOf(meanPower(photo, nullptr, 0, calm), isFine));
+    }
+    const float share = std::clamp(
+        (strongest - rule::strongWhite) / (rule::clippingWhite - rule::strongWhite), 0.0f, 1.0f);
+    features.whiteColour = std::lerp(features.fineColour, colour, share);
+    features.whiteLuma = std::lerp(features.fineLuma, luma, share);
+}
+
+} // namespace
+
+Features featuresOf(const Planes& photo, const Planes& pilot, const EngineImage& pilotImage,
+                    const std::vector<BlockPlace>& blocks, const std::vector<BlockPlace>& all) {
+    const std::vector<BlockPlace> calm = calmTwentieth(calmnessOf(pilot, blocks));
+    const auto coarse = [](std::int32_t i) { return i > 0 && isCoarse(i); };
     const Block taken = meanPower(photo, &pilot, 0, calm);
     const Block luma = meanPower(photo, nullptr, 0, calm);
-    double fineColour = 0.0, coarseColour = 0.0;
-    for (std::int32_t plane = 1; plane < photo.count; ++plane) {
-        const Block colour = meanPower(photo, nullptr, plane, calm);
-        fineColour += 0.5 * meanOf(colour, isFine);
-        coarseColour += 0.5 * meanOf(colour, low);
-    }
+    const Block colour = colourPower(photo, calm);
     constexpr double least = 1e-3; // for what was not there to be divided by
-    return {static_cast<float>(meanOf(taken, isFine) / (meanOf(taken, isMiddle) + least)),
-            static_cast<float>(fineColour), static_cast<float>(meanOf(luma, isFine)),
-            static_cast<float>(coarseColour / (meanOf(luma, low) + least))};
+    Features features{};
+    features.takenMiddle = static_cast<float>(meanOf(taken, isMiddle));
+    features.fineOverMiddle =
+        static_cast<float>(meanOf(taken, isFine) / (meanOf(taken, isMiddle) + least));
+    features.fineColour = static_cast<float>(meanOf(colour, isFine));
+    features.middleColour = static_cast<float>(meanOf(colour, isMiddle));
+    features.fineLuma = static_cast<float>(meanOf(luma, isFine));
+    features.middleLuma = static_cast<float>(meanOf(luma, isMiddle));
+    features.coarseColour =
+        static_cast<float>(meanOf(colour, coarse) / (meanOf(luma, coarse) + least));
+    features.evenness = evennessOf(photo, blocks);
+    features.whiteColour = features.fineColour;
+    features.whiteLuma = features.fineLuma;
+    measureWhite(features, photo, pilot, pilotImage, all);
+    if (photo.count == 1) // nothing else tells texture from white noise in a grey photo
+        features.whiteColour = features.whiteLuma;
+    return features;
 }
 
 void setSpectrum(Kt7PhotoNoise& noise, const Planes& photo, const Planes& pilot,
-                 const std::vector<BlockPlace>& blocks, float white, float lumaPower,
-                 float colourPower) {
+                 const std::vector<BlockPlace>& blocks, const NoiseKind& kind,
+                 const WhitePower& white) {
     const std::vector<Calmness> all = calmnessOf(pilot, blocks);
     std::array<Band, bands> measured = measuredBands(photo, pilot, all);
     const float calm = quantile(valuesOf(all, &Calmness::activity), rule::calmBand);
@@ -270,10 +337,11 @@ void setSpectrum(Kt7PhotoNoise& noise, const Planes& photo, const Planes& pilot,
     const double flat = rising(ratio, rule::flatFrom, rule::flatTo);
     const double hidden = 1.0 - rising(ratio, rule::hiddenWholly, rule::hiddenNot);
 
-    const auto whiteShare = static_cast<double>(white);
+    const auto whiteShare = static_cast<double>(kind.white), open = static_cast<double>(kind.open);
+    Block spectra[3]{};
     for (std::int32_t plane = 0; plane < photo.count; ++plane) {
         const std::array<double, bands> gains = gainsOf(measured, plane);
-        Block power{};
+        Block& power = spectra[plane];
         for (std::size_t i = 0; i < bands; ++i)
             for (std::size_t c = 0; c < power.size(); ++c)
                 power[c] += measured[i].weight * measured[i].power[plane][c] / gains[i];
@@ -281,19 +349,27 @@ void setSpectrum(Kt7PhotoNoise& noise, const Planes& photo, const Planes& pilot,
                                           (power[1] + power[side]) / 2.0);
         const double even = meanOf(power, [](auto c) { return !isCoarse(c); });
         const float* const factors = plane == 0 ? rule::hiddenLuma : rule::hiddenColour;
-        const double whitePower = static_cast<double>(plane == 0 ? lumaPower : colourPower);
         for (std::int32_t c = 0; c < side * side; ++c) {
-            const double factor = static_cast<double>(factors[isCoarse(c)   ? 0
-                                                              : isMiddle(c) ? 1
-                                                                            : 2]);
-            const double coloured = (1.0 - flat) * power[static_cast<std::size_t>(c)] *
-                                        (1.0 + hidden * (factor - 1.0)) +
-                                    flat * even + static_cast<double>(rule::leastPower);
-            noise.spectrum[plane][c / side][c % side] =
-                static_cast<float>((1.0 - whiteShare) * coloured + whiteShare * whitePower);
+            const double factor = (1.0 - open) * (static_cast<double>(factors[isCoarse(c)   ? 0
+                                                                              : isMiddle(c) ? 1
+                                                                                            : 2]) -
+                                                  1.0);
+            double& value = power[static_cast<std::size_t>(c)];
+            value = (1.0 - flat) * value * (1.0 + hidden * factor) + flat * even +
+                    static_cast<double>(rule::leastPower);
         }
         for (std::size_t i = 0; i < bands; ++i)
             noise.gain[plane][i] = static_cast<float>(1.0 + (1.0 - whiteShare) * (gains[i] - 1.0));
+    }
+    for (std::size_t c = 0; c < side * side; ++c) {
+        // Noise that is as strong in colour as in luma bounds what luma's is taken for.
+        const double bound = 1.3 * (spectra[1][c] + spectra[2][c]) / 2.0;
+        if (photo.count > 1)
+            spectra[0][c] = std::lerp(spectra[0][c], std::min(spectra[0][c], bound), open);
+        for (std::int32_t plane = 0; plane < photo.count; ++plane)
+            noise.spectrum[plane][c / side][c % side] = static_cast<float>(
+                std::lerp(spectra[plane][c],
+                          static_cast<double>(plane == 0 ? white.luma : white.colour), whiteShare));
     }
     for (std::size_t i = 0; i < bands; ++i)
         noise.intensity[i] = rootThird * measured[i].brightness;

@@ -6,6 +6,7 @@
 
 #include "include/kt7photo/kt7photo.h"
 #include "photo/Planes.h"
+#include "photo/engine.h"
 #include "photo/strengthRule.h"
 
 namespace kt7::photo {
@@ -15,19 +16,19 @@ struct BlockPlace {
     std::int32_t x, y;
 };
 
-/// Blocks without samples near the ends of the scale, or all of them when these are few. `photo`
-/// holds R, G, B interleaved on the scale 0..32768, `rowSamples` from row to row.
-std::vector<BlockPlace> unclipped(const std::vector<BlockPlace>& blocks, const std::uint16_t* photo,
-                                  std::size_t rowSamples);
+/// Blocks whose R, G and B lie above `low` and below `high`, on the scale 0..255.
+std::vector<BlockPlace> blocksWithin(const std::vector<BlockPlace>& blocks,
+                                     const EngineImage& image, float low, float high);
 
-/// Features by the calmest of the blocks. The pilot is a denoised copy of the photo.
-Features featuresOf(const Planes& photo, const Planes& pilot,
-                    const std::vector<BlockPlace>& blocks);
+/// Features by the calmest of `blocks`, those without clipped samples. The pilot is a denoised copy
+/// of the photo, as planes and as it came; `all` blocks count where clipping is judged by it.
+Features featuresOf(const Planes& photo, const Planes& pilot, const EngineImage& pilotImage,
+                    const std::vector<BlockPlace>& blocks, const std::vector<BlockPlace>& all);
 
 /// Sets spectrum, intensity and gain, by what the pilot lacks of the photo in the calmest blocks of
-/// each band of intensity. white: how far features say that the noise is white, with this power.
+/// each band of intensity.
 void setSpectrum(Kt7PhotoNoise& noise, const Planes& photo, const Planes& pilot,
-                 const std::vector<BlockPlace>& blocks, float white, float lumaPower,
-                 float colourPower);
+                 const std::vector<BlockPlace>& blocks, const NoiseKind& kind,
+                 const WhitePower& white);
 
 } // namespace kt7::photo

@@ -1,6 +1,7 @@
 #include "photo/measure.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <iterator>
 
@@ -14,11 +15,19 @@ namespace {
 
 constexpr const char* featureNames[] = {
     "fine over middle power of what a first pilot took",
+    "middle power of that",
     "fine power of colour",
+    "middle power of colour",
     "fine power of luma",
+    "middle power of luma",
     "coarse power of colour over that of luma",
+    "evenness of middle power",
+    "variance of colour if white",
+    "variance of luma if white",
     "deviation of luma in calm windows",
     "fineness there",
+    "as strong in colour as in luma",
+    "noise for certain in colour",
 };
 static_assert(std::size(featureNames) <= kt7PhotoMostFeatures);
 
@@ -55,31 +64,35 @@ Kt7PhotoNoise measuredNoise(const EngineImage& image, std::int32_t colours, Prog
     const QxNoiseLevels first = guardedLevels(noise.estimate, floor);
 
     const Planes photo = planesOf(mosaic.image, colours);
-    const auto pilotWith = [&](const QxNoiseLevels& levels, const Looks& looks, double from,
-                               double to) {
-        EngineImage pilot = copyOf(mosaic.image);
-        progress.enterPart(from, to);
-        denoise(pilot, levels, looks, false, progress);
-        return planesOf(pilot, colours);
-    };
     const double begin = progress.from(), end = progress.to();
-    const std::vector<BlockPlace> blocks = unclipped(
-        mosaic.blocks, mosaic.image.row(0), static_cast<std::size_t>(mosaic.image.width) * 3);
+    const auto pilotWith = [&](const QxNoiseLevels& levels, const Looks& looks, int part) {
+        EngineImage pilot = copyOf(mosaic.image);
+        progress.enterPart(std::lerp(begin, end, 0.5 * part),
+                           std::lerp(begin, end, 0.5 * part + 0.5));
+        denoise(pilot, levels, looks, false, progress);
+        return pilot;
+    };
+    std::vector<BlockPlace> blocks = blocksWithin(mosaic.blocks, mosaic.image, 2.5f, 252.5f);
+    if (blocks.size() < rule::fewBlocks)
+        blocks = mosaic.blocks;
+    const EngineImage firstPilot = pilotWith(first, {}, 0);
     const Features features =
-        featuresOf(photo, pilotWith(first, {}, begin, 0.5 * (begin + end)), blocks);
+        featuresOf(photo, planesOf(firstPilot, colours), firstPilot, blocks, mosaic.blocks);
     const NoiseKind kind = kindOf(features);
     noise.levels = levelsFor(first, features, kind);
     noise.chromaSmooth = chromaSmoothFor(kind);
     noise.white = kind.white;
     noise.emptied = kind.emptied;
-    noise.noiseLike = kind.noiseLike;
-    for (const float value : {features.fineOverMiddle, features.fineColour, features.fineLuma,
-                              features.coarseColour, 255.0f * floor.level, floor.fineness})
+    noise.noiseLike = kind.lumaNoise;
+    for (const float value :
+         {features.fineOverMiddle, features.takenMiddle, features.fineColour, features.middleColour,
+          features.fineLuma, features.middleLuma, features.coarseColour, features.evenness,
+          features.whiteColour, features.whiteLuma, 255.0f * floor.level, floor.fineness, kind.open,
+          kind.colourNoise})
         noise.features[noise.featureCount++] = value;
-    const Looks looks{.chromaSmooth = noise.chromaSmooth};
-    setSpectrum(noise, photo, pilotWith(noise.levels, looks, 0.5 * (begin + end), end), blocks,
-                kind.white, whiteLumaPower(features), features.fineColour);
-    const StageStrength strength = stageStrengthFor(kind);
+    const EngineImage pilot = pilotWith(noise.levels, {.chromaSmooth = noise.chromaSmooth}, 1);
+    setSpectrum(noise, photo, planesOf(pilot, colours), blocks, kind, whitePower(features, kind));
+    const StageStrength strength = stageStrengthFor(features, kind);
     noise.lumaWeight = strength.luma;
     noise.colourWeight = strength.colour;
     noise.rounds = strength.rounds;

@@ -1,14 +1,13 @@
 #include "photo/mosaic.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace kt7::photo {
 namespace {
 
 // Enough blocks for steady means of their calmest twentieth.
-constexpr std::int32_t windowSide = 96, windows = 64;
-constexpr std::int64_t largestWhole = std::int64_t{windowSide} * windowSide * windows;
+constexpr std::int32_t windowSide = 128;
+constexpr std::int64_t largestWhole = 1'000'000, large = 8'000'000; // pixels
 // What the denoiser makes of a window's rim depends on its neighbour.
 constexpr std::int32_t rim = 8;
 constexpr std::int32_t blockSide = 8, grid = 4;
@@ -20,10 +19,10 @@ void addBlocks(std::vector<BlockPlace>& blocks, std::int32_t left, std::int32_t 
             blocks.push_back({x, y});
 }
 
-/// Start of window `number` of `count` that are spread over a side.
+/// Start of window `number` of `count` that are spread over a side, on the grid of an encoder.
 std::int32_t startOf(std::int32_t number, std::int32_t count, std::int32_t side) {
-    const double middle = (number + 0.5) / count * side;
-    return std::clamp(static_cast<std::int32_t>(middle) - windowSide / 2, 0, side - windowSide);
+    return static_cast<std::int32_t>(std::int64_t{side - windowSide} * number / (count - 1) / 8 *
+                                     8);
 }
 
 } // namespace
@@ -47,15 +46,12 @@ Mosaic mosaicOf(const EngineImage& photo) {
         addBlocks(whole.blocks, 0, 0, image.width, image.height);
         return whole;
     }
-    const double across = std::sqrt(windows * static_cast<double>(photo.width) / photo.height);
-    const std::int32_t columns =
-        std::clamp(static_cast<std::int32_t>(across + 0.5), 1, photo.width / windowSide);
-    const std::int32_t rows = std::clamp(windows / columns, 1, photo.height / windowSide);
-    Mosaic mosaic{{columns * windowSide, rows * windowSide}, {}};
-    for (std::int32_t row = 0; row < rows; ++row)
-        for (std::int32_t column = 0; column < columns; ++column) {
-            const std::int32_t x = startOf(column, columns, photo.width);
-            const std::int32_t y = startOf(row, rows, photo.height);
+    const std::int32_t count = std::int64_t{photo.width} * photo.height > large ? 8 : 6;
+    Mosaic mosaic{{count * windowSide, count * windowSide}, {}};
+    for (std::int32_t row = 0; row < count; ++row)
+        for (std::int32_t column = 0; column < count; ++column) {
+            const std::int32_t x = startOf(column, count, photo.width);
+            const std::int32_t y = startOf(row, count, photo.height);
             for (std::int32_t i = 0; i < windowSide; ++i)
                 std::copy_n(photo.row(y + i) + std::ptrdiff_t{3} * x, 3 * windowSide,
                             mosaic.image.row(row * windowSide + i) +

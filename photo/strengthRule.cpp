@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "photo/engine.h"
+
 namespace kt7::photo {
 namespace {
 
@@ -17,52 +19,88 @@ QxNoiseLevels mixed(const QxNoiseLevels& a, const QxNoiseLevels& b, float share)
             std::lerp(a.lumaHigh, b.lumaHigh, share), std::lerp(a.noiseGrain, b.noiseGrain, share)};
 }
 
+QxNoiseLevels lesser(const QxNoiseLevels& a, const QxNoiseLevels& b) {
+    return {std::min(a.lumaMid, b.lumaMid),   std::min(a.chromaU, b.chromaU),
+            std::min(a.chromaV, b.chromaV),   std::min(a.lumaLow, b.lumaLow),
+            std::min(a.lumaHigh, b.lumaHigh), a.noiseGrain};
+}
+
+/// 1 where it is noise for certain, `least` where it may well be texture.
+float bySureness(float least, float sureness) {
+    return least + (1.0f - least) * sureness;
+}
+
+constexpr float tiny = 0.001f; // added to what is divided by
+
 } // namespace
 
-NoiseKind kindOf(const Features& features) noexcept {
+NoiseKind kindOf(const Features& f) noexcept {
     NoiseKind kind{};
-    kind.white = rising(features.fineOverMiddle, 0.6f, 0.75f);
-    kind.emptied = 1.0f - rising(features.fineColour, 0.05f, 0.15f);
-    kind.noiseLike = std::max(kind.emptied, rising(features.coarseColour, 0.12f, 0.35f));
+    kind.white = rising(f.fineOverMiddle, 0.6f, 0.75f);
+    constexpr float rounding = 0.12f; // power that rounding to 8 bits makes
+    const float colourOverLuma = std::max((f.fineColour - rounding) / (f.fineLuma + 0.5f),
+                                          (f.middleColour - rounding) / (f.middleLuma + 0.5f));
+    kind.open = rising(colourOverLuma, 0.25f, 0.45f);
+    kind.emptied = (1.0f - rising(f.fineColour, 0.05f, 0.15f)) * (1.0f - kind.open);
+    const float even =
+        std::max(rising(f.evenness, 0.20f, 0.35f), rising(f.takenMiddle, 60.0f, 120.0f));
+    const float coloured = rising(f.coarseColour, 0.11f, 0.24f);
+    const float faint = std::clamp(std::log2(10.0f / (f.takenMiddle + tiny)) / 1.5f, 0.0f, 1.0f);
+    const float inEmptied = std::max(even, faint);
+    kind.lumaNoise = std::lerp(std::lerp(even * (0.7f + 0.3f * coloured), inEmptied, kind.emptied),
+                               1.0f, kind.open);
+    kind.colourNoise =
+        std::lerp(std::lerp(std::max(coloured, even), inEmptied, kind.emptied), 1.0f, kind.open);
     return kind;
 }
 
-float whiteLumaPower(const Features& features) noexcept {
-    // White noise is as strong in colour; luma has texture too.
-    return std::min(features.fineLuma, 1.3f * features.fineColour);
+WhitePower whitePower(const Features& f, const NoiseKind& kind) noexcept {
+    // White noise is about as strong in colour; luma has texture too.
+    const float luma = std::min(std::max(f.whiteLuma, 0.9f * f.whiteColour), 1.25f * f.whiteColour);
+    // Strong noise that is even all over is noise, also where colour lacks it.
+    const float even =
+        std::max(rising(f.evenness, 0.20f, 0.35f), rising(f.takenMiddle, 60.0f, 120.0f));
+    const float trust = even * rising(f.fineLuma, 8.0f, 48.0f) * (1.0f - kind.open);
+    return {luma + trust * std::max(f.whiteLuma - luma, 0.0f), f.whiteColour};
 }
 
-QxNoiseLevels levelsFor(const QxNoiseLevels& first, const Features& features,
+QxNoiseLevels levelsFor(const QxNoiseLevels& first, const Features& f,
                         const NoiseKind& kind) noexcept {
-    const float certain = 1.0f - 0.3f * (1.0f - kind.noiseLike);
-    const float luma = (1.3f + 0.5f * kind.emptied) * certain;
-    const float chroma = (2.0f + 1.5f * kind.emptied) * certain;
-    const QxNoiseLevels coloured = {first.lumaMid * luma,   first.chromaU * chroma,
-                                    first.chromaV * chroma, first.lumaLow * luma,
-                                    first.lumaHigh * luma,  first.noiseGrain};
-    // Deviations of white noise of Y, U and V as the denoiser defines them, over that of a sample.
-    constexpr float yShare = 0.668f, uShare = 0.544f, vShare = 0.808f;
-    const float lumaDeviation = std::sqrt(whiteLumaPower(features)) / 255.0f;
-    const float colourDeviation = std::sqrt(features.fineColour) / 255.0f;
-    const float y = 1.3f * yShare * lumaDeviation;
-    const QxNoiseLevels white = {y,
-                                 0.8f * uShare * colourDeviation,
-                                 0.8f * vShare * colourDeviation,
-                                 y,
-                                 y,
-                                 first.noiseGrain};
-    return mixed(coloured, white, kind.white);
+    const float least = 0.35f + 0.2f * kind.emptied;
+    const float coarseness = std::clamp(1.2f * std::pow(3.0f / (f.fineLuma + tiny), 0.25f) *
+                                            std::sqrt(0.15f / (f.fineOverMiddle + tiny)),
+                                        0.85f, 1.8f);
+    const QxNoiseLevels encoded = scaled(first, coarseness * bySureness(least, kind.lumaNoise),
+                                         1.5f * bySureness(least, kind.colourNoise));
+    // Deviations of Y, U and V over that of the coefficients, as the denoiser takes them best.
+    const auto levels = [&](float luma, float u, float v) {
+        return QxNoiseLevels{luma, u, v, luma, luma, first.noiseGrain};
+    };
+    const float middle = std::sqrt(f.middleColour) / 255.0f;
+    const QxNoiseLevels open =
+        lesser(scaled(first, 0.65f, 1.0f), levels(0.99f * middle, 0.65f * middle, 0.97f * middle));
+    const WhitePower power = whitePower(f, kind);
+    const float luma = std::sqrt(power.luma) / 255.0f, colour = std::sqrt(power.colour) / 255.0f;
+    const QxNoiseLevels white = levels(0.868f * luma, 0.435f * colour, 0.646f * colour);
+    return mixed(mixed(encoded, open, kind.open), white, kind.white);
 }
 
 float chromaSmoothFor(const NoiseKind& kind) noexcept {
-    return kind.emptied > 0.5f ? 0.021f * kind.emptied : 0.0f;
+    const float share = kind.emptied * kind.colourNoise * (1.0f - kind.white);
+    return share > 0.5f ? 0.021f * share : 0.0f;
 }
 
-StageStrength stageStrengthFor(const NoiseKind& kind) noexcept {
-    const float luma = std::lerp(2.2f * (1.0f + 4.0f * kind.emptied), 1.3f, kind.white);
-    const float colour = std::lerp(3.0f * (1.0f + 2.0f * kind.emptied), 1.5f, kind.white);
-    const float certain = std::lerp(1.0f - 0.5f * (1.0f - kind.noiseLike), 1.0f, kind.white);
-    return {luma * certain, colour * certain, kind.white > 0.5f ? 2 : 1};
+StageStrength stageStrengthFor(const Features& f, const NoiseKind& kind) noexcept {
+    const float least = 0.05f + 0.25f * kind.emptied;
+    const auto certain = [&](float noise) { return bySureness(least, noise * noise); };
+    float coarseness = std::clamp(std::pow(0.15f / (f.fineOverMiddle + tiny), 2.5f), 0.35f, 1.6f);
+    coarseness = 1.0f + (coarseness - 1.0f) * std::min(f.fineLuma / 2.0f, 1.0f);
+    const float encodedLuma =
+        std::clamp(6.0f / (f.fineLuma + tiny) * coarseness, 0.5f, 16.0f) * certain(kind.lumaNoise);
+    const float encodedColour = 2.5f * (1.0f + 1.4f * kind.emptied) * certain(kind.colourNoise);
+    return {std::lerp(std::lerp(encodedLuma, 1.2f, kind.open), 1.3f, kind.white),
+            std::lerp(std::lerp(encodedColour, 1.6f, kind.open), 1.5f, kind.white),
+            kind.white > 0.5f ? 2 : 1};
 }
 
 } // namespace kt7::photo

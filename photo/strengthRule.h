@@ -1,6 +1,7 @@
 // How strongly to denoise: every number of the rule, and the rule.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "include/kt7photo/kt7photo.h"
@@ -8,19 +9,26 @@
 namespace kt7::photo {
 
 /// What the rule goes by: powers of 8x8 DCT coefficients in the calmest blocks of a photo, on the
-/// scale 0..255, u being the sum of a coefficient's two frequencies. Luma is O0, colour O1 and O2.
+/// scale 0..255. Luma is O0, colour the mean of O1 and O2; with u the sum of a coefficient's two
+/// frequencies, coarse are u of 1 and 2, middle 3 to 6, fine from 7.
 struct Features {
-    float fineOverMiddle; ///< of what a first pilot took from luma: u from 7 over u from 3 to 6
-    float fineColour;     ///< of colour in the photo, u from 7
-    float fineLuma;       ///< the same of luma
-    float coarseColour;   ///< u of 1 and 2 in the photo: colour over luma
+    float fineOverMiddle; ///< of what a first pilot took from luma
+    float takenMiddle;    ///< of the same, the middle power
+    float fineColour, middleColour;
+    float fineLuma, middleLuma;
+    float coarseColour; ///< over that of luma
+    /// Middle luma power that a twentieth of the blocks stay below, over that of a quarter: near 1
+    /// where noise is all there is, near 0 where it is texture.
+    float evenness;
+    float whiteColour, whiteLuma; ///< variances if it is white noise, away from clipped places
 };
 
 /// What kind of noise it is, each 0..1.
 struct NoiseKind {
-    float white;     ///< neither a camera nor an encoder has filtered it
-    float emptied;   ///< an encoder has taken the fine colour out
-    float noiseLike; ///< noise for certain; 0 where it may be texture
+    float white;   ///< neither a camera nor an encoder has filtered it
+    float open;    ///< as strong in colour as in luma: filtered, but not by an encoder
+    float emptied; ///< an encoder has taken the fine colour out
+    float lumaNoise, colourNoise; ///< how sure it is that it is noise and not texture
 };
 
 namespace rule {
@@ -63,12 +71,23 @@ inline constexpr float hiddenWholly = 0.30f, hiddenNot = 0.42f;
 inline constexpr float flatFrom = 0.55f, flatTo = 0.75f;
 inline constexpr float leastPower = 0.02f;
 
-/// The second round on white noise takes its pilot's word: factors on the spectrum.
-inline constexpr float secondLuma = 1.1f, secondColour = 1.2f;
+// White noise that is strong enough reaches the ends of the scale: its power is measured away from
+// them, wholly so from the second power on.
+inline constexpr float strongWhite = 200.0f, clippingWhite = 600.0f;
+inline constexpr std::size_t fewBlocks = 400;
+
+// The second round on white noise takes its pilot's word: factors on the spectrum.
+inline constexpr float secondLuma = 1.0f, secondColour = 1.1f;
 
 } // namespace rule
 
 NoiseKind kindOf(const Features& features) noexcept;
+
+/// Variances of luma and colour that count where the noise is white.
+struct WhitePower {
+    float luma, colour;
+};
+WhitePower whitePower(const Features& features, const NoiseKind& kind) noexcept;
 
 /// The levels to denoise with; `first` are those that the first pilot was made with.
 QxNoiseLevels levelsFor(const QxNoiseLevels& first, const Features& features,
@@ -77,14 +96,11 @@ QxNoiseLevels levelsFor(const QxNoiseLevels& first, const Features& features,
 /// Smoothing of colour that goes with them.
 float chromaSmoothFor(const NoiseKind& kind) noexcept;
 
-/// Power of white noise in luma, by the features.
-float whiteLumaPower(const Features& features) noexcept;
-
 /// How strongly the spectrum counts in the Wiener stage, and how often that runs.
 struct StageStrength {
     float luma, colour;
     std::int32_t rounds;
 };
-StageStrength stageStrengthFor(const NoiseKind& kind) noexcept;
+StageStrength stageStrengthFor(const Features& features, const NoiseKind& kind) noexcept;
 
 } // namespace kt7::photo

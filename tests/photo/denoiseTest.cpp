@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "include/kt7photo/kt7photo.h"
+#include "tests/support/failingAllocator.h"
 #include "tests/support/hostImage.h"
 
 namespace kt7::test {
@@ -348,6 +349,30 @@ TEST(PhotoDenoise, RefusesWhatItCannotUse) {
     EXPECT_EQ(kt7PhotoMeasure(&photo.image, nullptr, nullptr), kt7PhotoBadStruct);
     EXPECT_EQ(kt7PhotoDefaults(nullptr), kt7PhotoBadStruct);
     EXPECT_TRUE(photo.untouched() && larger.untouched());
+}
+
+TEST(PhotoDenoise, LosesNothingWhenMemoryRunsOut) {
+    if (!canFailAllocations())
+        GTEST_SKIP() << "the allocator can't be replaced here";
+    NoisyPhoto photo(24);
+    photo.settings.threads = 1; // the OpenMP runtime has no result for a team that it can't make
+    photo.settings.noise = &noiseOfPhoto();
+    photo.denoise(); // what is made once for all calls is made now
+    photo.result = photo.values;
+    std::int64_t refused = 0;
+    for (;; ++refused) {
+        photo.result = photo.values;
+        const FailAllocations failing(refused, false);
+        const std::int32_t result = photo.denoise();
+        if (FailAllocations::requests() <= refused)
+            break; // there was no such request any more
+        if (result == kt7PhotoDone)
+            continue; // one that the denoiser can do without
+        ASSERT_EQ(result, kt7PhotoNoMemory) << "request " << refused;
+        ASSERT_TRUE(photo.untouched()) << "request " << refused;
+        ASSERT_EQ(FailAllocations::blocksHeld(), 0) << "request " << refused;
+    }
+    EXPECT_GT(refused, 30);
 }
 
 TEST(PhotoDenoise, SurvivesEverySize) {

@@ -26,7 +26,6 @@
 
 #include "kt7photo/kt7photo.h"
 #include "tools/kt7/files/imageFile.h"
-#include "tools/kt7/files/photo.h"
 
 namespace {
 
@@ -38,18 +37,21 @@ struct Picture {
 };
 
 Picture readPicture(const fs::path& path) {
-    kt7::tool::Photo photo = kt7::tool::readPhoto(path.string());
-    if (photo.sixteen)
-        throw std::runtime_error("not a photo of 8 bits: " + path.string());
-    return {photo.width, photo.height, std::move(photo.rgb8)};
+    const kt7::tool::Photo photo = kt7::tool::readPhoto(path.string());
+    if (photo.bits != 8 || photo.channels != 3)
+        throw std::runtime_error("not an RGB photo of 8 bits: " + path.string());
+    Picture picture{photo.width, photo.height, {}};
+    for (const std::uint16_t sample : photo.samples)
+        picture.rgb.push_back(static_cast<std::uint8_t>(sample));
+    return picture;
 }
 
 void writePicture(const fs::path& path, const Picture& p) {
     kt7::tool::Photo photo;
     photo.width = p.width;
     photo.height = p.height;
-    photo.rgb8 = p.rgb;
-    kt7::tool::writePhoto(photo, path.string(), "png", 95);
+    photo.samples.assign(p.rgb.begin(), p.rgb.end());
+    kt7::tool::writePhoto(photo, path.string(), kt7::tool::pngFormat, 0);
 }
 
 double psnr(const Picture& a, const Picture& b) {

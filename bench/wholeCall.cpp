@@ -4,7 +4,6 @@
 //
 // The picture is the demo scene with sensor noise, or a photo repeated to the size asked for. Calls
 // and the matching floor take turns, so that a machine that becomes slower does so for both.
-#include <OpenImageIO/imageio.h>
 #include <malloc.h>
 #include <sys/resource.h>
 
@@ -25,6 +24,8 @@
 #include "bench/matchingFloor.h"
 #include "include/kt7lib/kt7lib.h"
 #include "qxutils/parallel.h"
+#include "tools/kt7/files/imageFile.h"
+#include "tools/kt7/library.h"
 #include "tools/kt7/scene/demoScene.h"
 
 namespace {
@@ -49,13 +50,9 @@ Picture demoPicture(double megapixels) {
 }
 
 Picture repeatedPhoto(const std::string& path, double megapixels) {
-    const auto file = OIIO::ImageInput::open(path);
-    if (!file || file->spec().nchannels < 3)
-        throw std::runtime_error("can't read " + path + " as RGB");
-    const std::int32_t w = file->spec().width, h = file->spec().height;
-    std::vector<std::uint8_t> photo(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 3);
-    if (!file->read_image(0, 0, 0, 3, OIIO::TypeDesc::UINT8, photo.data()))
-        throw std::runtime_error("can't read " + path);
+    const kt7::tool::Photo source = kt7::tool::readPhoto(path);
+    const std::int32_t w = source.width, h = source.height;
+    const std::vector<std::uint8_t> photo = kt7::tool::screenRgb(source);
     const double scale = std::sqrt(megapixels * 1e6 / (static_cast<double>(w) * h));
     Picture picture{static_cast<std::int32_t>(w * scale), static_cast<std::int32_t>(h * scale), {}};
     picture.rgb.resize(static_cast<std::size_t>(picture.width) *

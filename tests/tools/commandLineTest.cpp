@@ -3,6 +3,7 @@
 #include "tests/tools/scratchFolder.h"
 
 #include "tools/kt7/files/imageFile.h"
+#include "tools/kt7/library.h"
 #include "tools/kt7/scene/demoScene.h"
 
 #include <gtest/gtest.h>
@@ -23,6 +24,7 @@ namespace kt7 {
 namespace {
 
 using Arguments = std::vector<std::string>;
+using tool::Bytes;
 using tool::Photo;
 
 struct Settings {
@@ -87,6 +89,10 @@ Result run(const Arguments& arguments, const Settings& settings = {}) {
     return result;
 }
 
+Bytes pixelsOf(const std::string& path) {
+    return screenRgb(tool::readPhoto(path));
+}
+
 class CommandLine : public testing::Test {
   protected:
     void SetUp() override {
@@ -119,27 +125,26 @@ TEST_F(CommandLine, WritesFilesStreamsAndJson) {
     EXPECT_EQ(several.code, 1);
     EXPECT_EQ(several.lines(), 1) << several.err;
     EXPECT_EQ(std::count(several.out.begin(), several.out.end(), '\n'), 2);
-    EXPECT_NE(several.out.find("\"lumaMid\": 0.06,"), std::string::npos) << several.out;
+    EXPECT_NE(several.out.find("\"lumaMid\":0.06,"), std::string::npos) << several.out;
     EXPECT_TRUE(std::filesystem::exists(folder / "all/noisy.png"));
     EXPECT_TRUE(std::filesystem::exists(folder / "all/clean.png"));
 }
 
 TEST_F(CommandLine, MeasuresTheNoiseByItself) {
     const Result demo = run({"demo", folder / "scene", "--size", "512x384", "--fast", "--json"});
-    EXPECT_NE(demo.out.find("\"psnrDenoised\": "), std::string::npos) << demo.out;
+    EXPECT_NE(demo.out.find("\"psnrDenoised\":"), std::string::npos) << demo.out;
     const std::string noisy = folder / "scene/noisy.png";
     ASSERT_EQ(run({"denoise", noisy, folder / "out.png", "--fast"}).err, "");
-    const auto clean = tool::readPhoto(folder / "scene/clean.png").rgb8;
-    EXPECT_GT(psnr8(tool::readPhoto(folder / "out.png").rgb8, clean),
-              psnr8(tool::readPhoto(noisy).rgb8, clean) + 1.0);
+    const auto clean = pixelsOf(folder / "scene/clean.png");
+    EXPECT_GT(psnr8(pixelsOf(folder / "out.png"), clean), psnr8(pixelsOf(noisy), clean) + 1.0);
 
     const Result report = run({"denoise", noisy, folder / "out.png", "--fast", "--json"});
-    EXPECT_NE(report.out.find("\"estimated\": true"), std::string::npos) << report.out;
+    EXPECT_NE(report.out.find("\"estimated\":true"), std::string::npos) << report.out;
     // The same levels as a row and as an object.
     const Result row = run({"estimate", noisy, photo}), object = run({"estimate", noisy, "--json"});
     EXPECT_EQ(row.code, 1); // the small one can't be measured
     EXPECT_EQ(std::count(row.out.begin(), row.out.end(), '\n'), 2) << row.out;
-    const auto from = object.out.find("\"lumaMid\": ") + 11;
+    const auto from = object.out.find("\"lumaMid\":") + 10;
     const std::string luma = object.out.substr(from, 6);
     EXPECT_GT(std::stof(luma), 0.005f);
     EXPECT_NE(row.out.find(luma), std::string::npos) << row.out << luma;
@@ -203,9 +208,9 @@ TEST_F(CommandLine, ShowsPhotosAtScreenSizeInScreenColours) {
         EXPECT_EQ(shown.width, width);
         EXPECT_EQ(shown.height, width * 48 / 64);
         // Corners stay corners.
-        EXPECT_EQ(shown.rgb8.front(), before.rgb8.front());
+        EXPECT_EQ(shown.samples.front(), before.samples.front());
         // Unless a fraction of a row or column is cut off.
-        EXPECT_TRUE(width % 64 != 0 || shown.rgb8.back() == before.rgb8.back());
+        EXPECT_TRUE(width % 64 != 0 || shown.samples.back() == before.samples.back());
     }
     // A screen whose first channel shows green: the colours go there and come back by the profile
     // that the picture carries.
@@ -217,10 +222,10 @@ TEST_F(CommandLine, ShowsPhotosAtScreenSizeInScreenColours) {
     ASSERT_EQ(run({"preview", folder / "p.png", folder / "back.png"}).code, 0);
     const Photo there = tool::readPhoto(folder / "p.png"),
                 back = tool::readPhoto(folder / "back.png");
-    EXPECT_EQ(screen.size(), tool::colourProfile(there).size());
-    EXPECT_NE(before.rgb8, there.rgb8);
-    for (std::size_t i = 0; i < before.rgb8.size(); ++i)
-        EXPECT_NEAR(before.rgb8[i], back.rgb8[i], 8);
+    EXPECT_EQ(screen.size(), there.metadata.icc.size());
+    EXPECT_NE(before.samples, there.samples);
+    for (std::size_t i = 0; i < before.samples.size(); ++i)
+        EXPECT_NEAR(before.samples[i], back.samples[i], 8);
 }
 
 TEST_F(CommandLine, EveryLevelsViewShowsWhatItSays) {
@@ -228,7 +233,7 @@ TEST_F(CommandLine, EveryLevelsViewShowsWhatItSays) {
     const auto seen = [&](const char* view, const char* target) {
         EXPECT_EQ(run({"levels", photo, folder / "v.png", "--view", view, "--target", target}).code,
                   0);
-        return tool::readPhoto(folder / "v.png").rgb8;
+        return pixelsOf(folder / "v.png");
     };
     std::set<std::string> different;
     for (const char* view :
@@ -238,13 +243,13 @@ TEST_F(CommandLine, EveryLevelsViewShowsWhatItSays) {
     }
     EXPECT_EQ(different.size(), 10u);
     for (const char* view : {"picture", "rgb", "ycbcr", "gdbdr"}) {
-        EXPECT_EQ(seen(view, "0"), before.rgb8);
-        EXPECT_NE(seen(view, "255"), before.rgb8);
+        EXPECT_EQ(seen(view, "0"), screenRgb(before));
+        EXPECT_NE(seen(view, "255"), screenRgb(before));
     }
     EXPECT_EQ(seen("base", "0"), seen("green", "0"));
     const auto blue = seen("blue", "0");
     for (std::size_t i = 0; i < blue.size(); ++i)
-        ASSERT_EQ(blue[i], before.rgb8[i - i % 3 + 2]);
+        ASSERT_EQ(blue[i], before.samples[i - i % 3 + 2]);
 }
 
 TEST_F(CommandLine, ASignalEndsTheWorkAndLeavesNothing) {

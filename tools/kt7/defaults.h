@@ -22,7 +22,7 @@ inline constexpr std::int32_t chromaMedian = 0;
 inline constexpr float chromaSmooth = 0.0f;
 inline constexpr float grain = 0.0f;
 
-inline constexpr int jpegQuality = 95;
+inline constexpr int lossyQuality = 95;
 
 // Levels of kt7 levels, 0..255: a picture of normal exposure, and colour differences that show.
 inline constexpr std::int32_t brightnessTarget = 110;

@@ -1,33 +1,23 @@
-// A JSON object on one line, built field by field.
+// What the commands print for programs: one line of JSON.
 #pragma once
 
-#include <cstdint>
+#include <nlohmann/json.hpp>
 #include <string>
-#include <string_view>
 
 struct QxNoiseLevels;
 
 namespace kt7::tool {
 
-class JsonObject {
-  public:
-    JsonObject& add(std::string_view key, std::string_view value);
-    JsonObject& add(std::string_view key, const char* value) {
-        return add(key, std::string_view(value));
-    }
-    /// Numbers that are not finite become null. Independent of the locale.
-    JsonObject& add(std::string_view key, double value);
-    JsonObject& add(std::string_view key, std::int64_t value);
-    JsonObject& add(std::string_view key, bool value);
-    JsonObject& add(std::string_view key, const JsonObject& value);
-    std::string text() const { return "{" + fields_ + "}"; }
+/// Fields stay in the order in which they came.
+using Json = nlohmann::ordered_json;
 
-  private:
-    JsonObject& addRaw(std::string_view key, std::string_view raw);
-    std::string fields_;
-};
+/// A number with the seven digits that single precision holds.
+double jsonNumber(float value);
 
 /// The six levels under their own names.
-JsonObject jsonOf(const QxNoiseLevels& levels);
+Json jsonOf(const QxNoiseLevels& levels);
+
+/// One line without its end. File names may hold any bytes, JSON may not.
+std::string lineOf(const Json& json);
 
 } // namespace kt7::tool

@@ -2,7 +2,7 @@
 
 #include "kt7lib/kt7lib.h"
 #include "tools/kt7/errors.h"
-#include "tools/kt7/files/photo.h"
+#include "tools/kt7/files/sampleScale.h"
 #include "tools/kt7/signals.h"
 
 #include <algorithm>
@@ -21,9 +21,47 @@ std::int32_t hearProgress(std::int32_t done, std::int32_t total, void* userData)
 
 } // namespace
 
-NoiseEstimate estimateNoise(Photo& photo) {
+LibraryImage::LibraryImage(const Photo& photo) : width_(photo.width), height_(photo.height) {
+    const Rescale toLibrary(photo.white(), libraryWhite);
+    samples_.reserve(static_cast<std::size_t>(photo.pixels()) * 3);
+    for (const std::uint16_t sample : photo.samples)
+        samples_.insert(samples_.end(), photo.channels == 1 ? 3 : 1, toLibrary(sample));
+}
+
+PSImage LibraryImage::view() {
+    constexpr std::int32_t rgb16 = 3;
+    return {rgb16, samples_.data(), width_ * 3 * std::int32_t{sizeof(std::uint16_t)}, width_,
+            height_};
+}
+
+void LibraryImage::bringBack(Photo& photo) const {
+    const Rescale toLibrary(photo.white(), libraryWhite), back(libraryWhite, photo.white());
+    // The denoiser keeps grey grey but for the rounding of its colour matrix; green carries most of
+    // luma and thus the least of that rounding.
+    const std::size_t step = photo.channels == 1 ? 3 : 1, first = photo.channels == 1 ? 1 : 0;
+    const auto white = static_cast<int>(photo.white());
+    for (std::size_t i = 0; i < photo.samples.size(); ++i) {
+        std::uint16_t& sample = photo.samples[i];
+        const int change = back(samples_[i * step + first]) - back(toLibrary(sample));
+        sample = static_cast<std::uint16_t>(std::clamp(sample + change, 0, white));
+    }
+}
+
+Bytes screenRgb(const Photo& photo) {
+    constexpr std::uint32_t white = 255;
+    const Rescale toScreen(photo.white(), white);
+    Bytes rgb;
+    rgb.reserve(static_cast<std::size_t>(photo.pixels()) * 3);
+    for (const std::uint16_t sample : photo.samples)
+        rgb.insert(rgb.end(), photo.channels == 1 ? 3 : 1,
+                   static_cast<std::uint8_t>(toScreen(sample)));
+    return rgb;
+}
+
+NoiseEstimate estimateNoise(const Photo& photo) {
     NoiseEstimate estimate;
-    PSImage image = photo.hostImage();
+    LibraryImage carried(photo);
+    PSImage image = carried.view();
     try {
         estimate.measured = qxKt7NoiseEst(&image, &estimate.levels) == 1;
     } catch (...) {
@@ -39,12 +77,13 @@ QxNoiseLevels scaled(const QxNoiseLevels& levels, float lumaFactor, float chroma
             levels.lumaHigh * lumaFactor,  levels.noiseGrain};
 }
 
-void denoise(Photo& photo, const DenoiseSettings& settings,
-             const std::function<void(double)>& onProgress) {
+void removeNoise(Photo& photo, const DenoiseSettings& settings,
+                 const std::function<void(double)>& onProgress) {
     QxProgress progress{};
     progress.callback = hearProgress;
     progress.userData = const_cast<std::function<void(double)>*>(&onProgress);
-    PSImage image = photo.hostImage();
+    LibraryImage carried(photo);
+    PSImage image = carried.view();
     // Smoothing strengths that divide the span of a plane without a rest, as 0.02 does, lose its
     // brightest samples; a thousandth more meets none of the round numbers that people give.
     constexpr float offRoundNumbers = 1.0f + 1.0f / 1024.0f;
@@ -59,6 +98,7 @@ void denoise(Photo& photo, const DenoiseSettings& settings,
         throw std::bad_alloc();
     if (result != 1)
         throw UserError("the denoiser failed with code " + std::to_string(result));
+    carried.bringBack(photo);
 }
 
 } // namespace kt7::tool

@@ -2,6 +2,7 @@
 
 #include "tools/kt7/errors.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <unistd.h>
@@ -12,10 +13,12 @@ namespace {
 volatile std::sig_atomic_t received = 0;
 volatile std::sig_atomic_t doomedSet = 0;
 char doomedPath[4096];
+std::atomic<int> endingAtOnce{0};
+static_assert(std::atomic<int>::is_always_lock_free);
 
 // Only calls that are safe inside a handler.
 void onSignal(int number) {
-    if (received != 0) {
+    if (received != 0 || endingAtOnce.load() > 0) {
         if (doomedSet != 0)
             unlink(doomedPath);
         _exit(128 + number);
@@ -47,6 +50,18 @@ int pendingSignal() noexcept {
 void throwIfCancelled() {
     if (received != 0)
         throw Cancelled{};
+}
+
+EndAtOnce::EndAtOnce() {
+    endingAtOnce.fetch_add(1);
+    if (received == 0)
+        return;
+    endingAtOnce.fetch_sub(1);
+    throw Cancelled{};
+}
+
+EndAtOnce::~EndAtOnce() {
+    endingAtOnce.fetch_sub(1);
 }
 
 bool setDoomedFile(const char* path) noexcept {

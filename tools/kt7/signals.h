@@ -12,6 +12,17 @@ int pendingSignal() noexcept;
 /// Throws Cancelled when a signal has come.
 void throwIfCancelled();
 
+/// While one lives, a signal ends the process at once: for work that can't be asked to stop, such as
+/// decoding, and that leaves nothing behind but the file that setDoomedFile names. Raises Cancelled
+/// when one came before.
+class EndAtOnce {
+  public:
+    EndAtOnce();
+    ~EndAtOnce();
+    EndAtOnce(const EndAtOnce&) = delete;
+    EndAtOnce& operator=(const EndAtOnce&) = delete;
+};
+
 /// Names a file that must not outlive the process (null: none any more). Paths too long to hold are
 /// refused with false. One file at a time.
 bool setDoomedFile(const char* path) noexcept;

@@ -26,14 +26,15 @@ class StepTimes {
         return 0.0;
     }
 
-    JsonObject json() const {
-        JsonObject object;
+    Json json() const {
+        Json object;
         double total = 0.0;
         for (const auto& [step, seconds] : steps_) {
-            object.add(step, seconds);
+            object[step] = seconds;
             total += seconds;
         }
-        return object.add("total", total);
+        object["total"] = total;
+        return object;
     }
 
     /// "read 0.12 s, denoise 3.40 s"

@@ -1,8 +1,5 @@
 #include "tools/kt7/textureGuard.h"
 
-#include "tools/kt7/files/photo.h"
-#include "tools/kt7/library.h"
-
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -31,12 +28,12 @@ constexpr float mostAtEnds = 1.5f;
 constexpr float coarseFineness = 0.45f;
 constexpr float fineFineness = 0.6f;
 
-template <class Sample>
-void lumaRow(const Sample* rgb, float scale, std::vector<float>& luma) {
+void lumaRow(const std::uint16_t* sample, std::int32_t channels, float scale,
+             std::vector<float>& luma) {
+    const auto at = [&](int c) { return static_cast<float>(sample[c]); };
     for (float& y : luma) {
-        y = scale * (0.299f * static_cast<float>(rgb[0]) + 0.587f * static_cast<float>(rgb[1]) +
-                     0.114f * static_cast<float>(rgb[2]));
-        rgb += 3;
+        y = scale * (channels == 1 ? at(0) : 0.299f * at(0) + 0.587f * at(1) + 0.114f * at(2));
+        sample += channels;
     }
 }
 
@@ -44,14 +41,13 @@ void lumaRow(const Sample* rgb, float scale, std::vector<float>& luma) {
 class Window {
   public:
     void load(const Photo& photo, std::int32_t left, std::int32_t top) {
+        const auto channels = static_cast<std::size_t>(photo.channels);
+        const float scale = 1.0f / static_cast<float>(photo.white());
         for (std::size_t y = 0; y < rows_.size(); ++y) {
-            const auto at =
-                (static_cast<std::size_t>(top) + y) * static_cast<std::size_t>(photo.width) * 3 +
-                static_cast<std::size_t>(left) * 3;
-            if (photo.sixteen)
-                lumaRow(&photo.rgb15[at], 1.0f / 32768.0f, rows_[y]);
-            else
-                lumaRow(&photo.rgb8[at], 1.0f / 255.0f, rows_[y]);
+            const std::size_t pixel =
+                (static_cast<std::size_t>(top) + y) * static_cast<std::size_t>(photo.width) +
+                static_cast<std::size_t>(left);
+            lumaRow(&photo.samples[pixel * channels], photo.channels, scale, rows_[y]);
         }
     }
 
@@ -121,11 +117,10 @@ NoiseFloor noiseFloorOf(const Photo& photo) {
     return {true, level / calmBias, calmest(neighbours) / level};
 }
 
-JsonObject jsonOf(const NoiseFloor& floor) {
-    return JsonObject()
-        .add("measured", floor.measured)
-        .add("level", static_cast<double>(floor.level))
-        .add("fineness", static_cast<double>(floor.fineness));
+Json jsonOf(const NoiseFloor& floor) {
+    return {{"measured", floor.measured},
+            {"level", jsonNumber(floor.level)},
+            {"fineness", jsonNumber(floor.fineness)}};
 }
 
 QxNoiseLevels guardedLevels(const QxNoiseLevels& measured, const NoiseFloor& floor, float strength,
@@ -145,6 +140,21 @@ QxNoiseLevels guardedLevels(const QxNoiseLevels& measured, const NoiseFloor& flo
     }
     return scaled(held, strength * (coarse.luma + share * (fine.luma - coarse.luma)),
                   strength * (coarse.chroma + share * (fine.chroma - coarse.chroma)));
+}
+
+BlindLevels blindLevels(const Photo& photo, const BlindRule& rule) {
+    BlindLevels blind;
+    blind.estimate = estimateNoise(photo);
+    const QxNoiseLevels& measured = blind.estimate.levels;
+    if (rule.guard) {
+        blind.floor = noiseFloorOf(photo);
+        blind.levels = guardedLevels(measured, blind.floor, rule.strength, rule.coarse, rule.fine);
+    } else {
+        blind.levels =
+            scaled(measured, rule.strength * rule.coarse.luma, rule.strength * rule.coarse.chroma);
+    }
+    blind.levels.noiseGrain = rule.noiseGrain;
+    return blind;
 }
 
 } // namespace kt7::tool

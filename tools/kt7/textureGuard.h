@@ -5,10 +5,9 @@
 #include "kt7lib/kt7lib.h"
 #include "tools/kt7/defaults.h"
 #include "tools/kt7/json.h"
+#include "tools/kt7/library.h"
 
 namespace kt7::tool {
-
-struct Photo;
 
 /// Noise is everywhere in a photo, texture is not: its calmest places bound the noise of all.
 struct NoiseFloor {
@@ -23,7 +22,7 @@ struct NoiseFloor {
 NoiseFloor noiseFloorOf(const Photo& photo);
 
 /// Its three values by name.
-JsonObject jsonOf(const NoiseFloor& floor);
+Json jsonOf(const NoiseFloor& floor);
 
 /// How far measured levels are raised.
 struct LevelFactors {
@@ -40,5 +39,20 @@ inline constexpr LevelFactors fineFactors{defaults::lumaFactorFine, defaults::ch
 /// stays.
 QxNoiseLevels guardedLevels(const QxNoiseLevels& measured, const NoiseFloor& floor, float strength,
                             LevelFactors coarse = coarseFactors, LevelFactors fine = fineFactors);
+
+/// How levels are chosen without knowing the noise: by every command and by the measurements of
+/// quality.
+struct BlindRule {
+    float strength = defaults::strength;
+    float noiseGrain = defaults::noiseGrain;
+    LevelFactors coarse = coarseFactors, fine = fineFactors;
+    bool guard = true; ///< false believes the measured noise as it is, and takes it for coarse
+};
+struct BlindLevels {
+    QxNoiseLevels levels{};
+    NoiseEstimate estimate;
+    NoiseFloor floor;
+};
+BlindLevels blindLevels(const Photo& photo, const BlindRule& rule);
 
 } // namespace kt7::tool

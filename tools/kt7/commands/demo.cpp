@@ -8,7 +8,6 @@
 #include "tools/kt7/json.h"
 #include "tools/kt7/library.h"
 #include "tools/kt7/progressBar.h"
-#include "tools/kt7/scene/bitmapFont.h"
 #include "tools/kt7/scene/demoScene.h"
 #include "tools/kt7/signals.h"
 #include "tools/kt7/stepTimes.h"
@@ -20,8 +19,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <initializer_list>
 #include <memory>
-#include <string_view>
 
 namespace kt7::tool {
 namespace {
@@ -35,50 +34,34 @@ struct Options {
     bool json = false;
 };
 
-Photo photoOf(int width, int height, std::vector<std::uint8_t> rgb) {
+Photo photoOf(int width, int height, const Bytes& rgb) {
     Photo photo;
     photo.width = width;
     photo.height = height;
-    photo.rgb8 = std::move(rgb);
+    photo.samples.assign(rgb.begin(), rgb.end());
     return photo;
 }
 
-/// Noisy, denoised and clean beside each other, each under its name.
-class Triptych {
-  public:
-    Triptych(int width, int height) : panel_(width), rows_(height) {
-        photo_ = photoOf(3 * width + 2 * gap, height + header, {});
-        photo_.rgb8.assign(static_cast<std::size_t>(photo_.pixels()) * 3, paper);
-    }
-
-    void place(int index, std::string_view name, const std::vector<std::uint8_t>& rgb) {
-        const int left = index * (panel_ + gap);
-        const auto rowSamples = static_cast<std::size_t>(panel_) * 3;
-        for (int y = 0; y < rows_; ++y)
-            std::copy_n(rgb.begin() + static_cast<std::ptrdiff_t>(rowSamples) * y, rowSamples,
-                        at(left, y + header));
-        for (int y = 0; y < glyphHeight * dot; ++y)
-            for (int x = 0;
-                 x < std::min(panel_ - gap, static_cast<int>(name.size()) * glyphAdvance * dot);
-                 ++x)
-                if (textDot(name, x / dot, y / dot))
-                    std::fill_n(at(left + gap + x, y + (header - glyphHeight * dot) / 2), 3, ink);
-    }
-
-    const Photo& photo() const { return photo_; }
-
-  private:
-    static constexpr int gap = 8, header = 28, dot = 2;
-    static constexpr std::uint8_t paper = 245, ink = 40;
-
-    std::vector<std::uint8_t>::iterator at(int x, int y) {
-        return photo_.rgb8.begin() + (std::ptrdiff_t{photo_.width} * y + x) * 3;
-    }
-
-    int panel_;
-    int rows_;
-    Photo photo_;
-};
+/// Pictures of one size beside each other.
+Photo sideBySide(std::initializer_list<const Photo*> panels) {
+    constexpr int gap = 8;
+    constexpr std::uint16_t paper = 245;
+    const Photo& first = **panels.begin();
+    const auto count = static_cast<int>(panels.size());
+    Photo whole;
+    whole.width = count * first.width + (count - 1) * gap;
+    whole.height = first.height;
+    const auto row = static_cast<std::size_t>(first.width) * 3;
+    for (std::size_t y = 0; y < static_cast<std::size_t>(first.height); ++y)
+        for (const Photo* panel : panels) {
+            const auto from = panel->samples.begin() + static_cast<std::ptrdiff_t>(y * row);
+            if (panel != *panels.begin())
+                whole.samples.insert(whole.samples.end(), 3 * gap, paper);
+            whole.samples.insert(whole.samples.end(), from,
+                                 from + static_cast<std::ptrdiff_t>(row));
+        }
+    return whole;
+}
 
 void makeDirectory(const std::string& directory) {
     std::error_code error;
@@ -100,58 +83,52 @@ int run(const Options& options) {
     checkWritable(pathOf("clean.png"));
 
     StepTimes times;
-    std::vector<std::uint8_t> clean;
-    Photo photo;
+    Photo clean, noisy;
     times.time("render", [&] {
         const DemoImage scene = renderDemoScene(width, height);
-        clean = toRgb8(scene);
-        photo = photoOf(width, height, toRgb8(addSensorNoise(scene, SensorNoise{})));
+        clean = photoOf(width, height, toRgb8(scene));
+        noisy = photoOf(width, height, toRgb8(addSensorNoise(scene, SensorNoise{})));
     });
     throwIfCancelled();
-    const std::vector<std::uint8_t> noisy = photo.rgb8;
+    Photo photo = noisy;
 
-    const NoiseEstimate estimate = times.time("estimate", [&] { return estimateNoise(photo); });
-    DenoiseSettings settings;
-    const NoiseFloor floor = times.time("guard", [&] { return noiseFloorOf(photo); });
-    settings.levels = guardedLevels(estimate.levels, floor, options.strength);
-    settings.levels.noiseGrain = defaults::noiseGrain;
-    settings.fast = options.fast;
+    const BlindLevels blind =
+        times.time("estimate", [&] { return blindLevels(photo, {.strength = options.strength}); });
     {
         ProgressBar bar("demo", true);
-        times.time("denoise",
-                   [&] { denoise(photo, settings, [&](double done) { bar.show(done); }); });
+        times.time("denoise", [&] {
+            removeNoise(photo, {.levels = blind.levels, .fast = options.fast},
+                        [&](double done) { bar.show(done); });
+        });
     }
 
     times.time("write", [&] {
-        constexpr int anyQuality = defaults::jpegQuality;
-        writePhoto(photoOf(width, height, clean), pathOf("clean.png"), "png", anyQuality);
-        writePhoto(photoOf(width, height, noisy), pathOf("noisy.png"), "png", anyQuality);
-        writePhoto(photo, pathOf("denoised.png"), "png", anyQuality);
-        Triptych triptych(width, height);
-        triptych.place(0, "NOISY", noisy);
-        triptych.place(1, "DENOISED", photo.rgb8);
-        triptych.place(2, "CLEAN", clean);
-        writePhoto(triptych.photo(), pathOf("side-by-side.png"), "png", anyQuality);
+        const auto write = [&](const Photo& picture, const char* name) {
+            writePhoto(picture, pathOf(name), pngFormat, defaults::lossyQuality);
+        };
+        write(clean, "clean.png");
+        write(noisy, "noisy.png");
+        write(photo, "denoised.png");
+        write(sideBySide({&noisy, &photo, &clean}), "side-by-side.png");
     });
 
-    const double before = psnr8(clean, noisy), after = psnr8(clean, photo.rgb8);
+    const Bytes truth = screenRgb(clean);
+    const double before = psnr8(truth, screenRgb(noisy)), after = psnr8(truth, screenRgb(photo));
     const double rate = photo.megapixels() / std::max(times.of("denoise"), 1e-9);
     if (options.json)
-        std::printf("%s\n", JsonObject()
-                                .add("width", std::int64_t{width})
-                                .add("height", std::int64_t{height})
-                                .add("guard", jsonOf(floor))
-                                .add("levels", jsonOf(settings.levels))
-                                .add("psnrNoisy", before)
-                                .add("psnrDenoised", after)
-                                .add("seconds", times.json())
-                                .add("megapixelsPerSecond", rate)
-                                .text()
+        std::printf("%s\n", lineOf({{"width", width},
+                                    {"height", height},
+                                    {"guard", jsonOf(blind.floor)},
+                                    {"levels", jsonOf(blind.levels)},
+                                    {"psnrNoisy", before},
+                                    {"psnrDenoised", after},
+                                    {"seconds", times.json()},
+                                    {"megapixelsPerSecond", rate}})
                                 .c_str());
     else
         std::printf("PSNR %.2f dB noisy, %.2f dB denoised (%+.2f dB)\n"
                     "%.1f megapixels: %s; %.2f megapixels a second\n"
-                    "see %s\n",
+                    "see %s: noisy, denoised and clean\n",
                     before, after, after - before, photo.megapixels(), times.text().c_str(), rate,
                     pathOf("side-by-side.png").c_str());
     return exitOk;

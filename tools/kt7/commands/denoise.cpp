@@ -36,7 +36,7 @@ struct Options {
                              .chromaMedian = defaults::chromaMedian,
                              .chromaSmooth = defaults::chromaSmooth,
                              .grain = defaults::grain};
-    int quality = defaults::jpegQuality;
+    int quality = 0; ///< 0: not given
     bool json = false;
     bool quiet = false;
 };
@@ -74,46 +74,52 @@ std::vector<Job> jobsOf(const Options& options) {
 }
 
 /// Levels for one photo: those of --noise, or measured ones.
-QxNoiseLevels chooseLevels(const Options& options, const Job& job, Photo& photo, JsonObject& report,
-                           StepTimes& times) {
+QxNoiseLevels chooseLevels(const Options& options, const Job& job, const Photo& photo,
+                           Json& report) {
     QxNoiseLevels levels{};
     if (!options.noise.empty()) {
         const auto n = parseLevels(options.noise);
         levels = scaled({n[0], n[1], n[2], n[3], n[4], n[5]}, options.strength, options.strength);
     } else {
-        const NoiseEstimate estimate = times.time("estimate", [&] { return estimateNoise(photo); });
-        report.add("estimated", estimate.measured);
-        if (estimate.measured)
-            report.add("estimate", jsonOf(estimate.levels));
+        const BlindLevels blind =
+            blindLevels(photo, {.strength = options.strength, .guard = options.guard});
+        report["estimated"] = blind.estimate.measured;
+        if (blind.estimate.measured)
+            report["estimate"] = jsonOf(blind.estimate.levels);
         else
             std::fprintf(
                 stderr, "kt7: %s\n",
                 about(job.in, std::string(notMeasured) + "; give levels with --noise").c_str());
-        if (options.guard) {
-            const NoiseFloor floor = times.time("guard", [&] { return noiseFloorOf(photo); });
-            report.add("guard", jsonOf(floor));
-            levels = guardedLevels(estimate.levels, floor, options.strength);
-        } else {
-            levels = scaled(estimate.levels, options.strength * coarseFactors.luma,
-                            options.strength * coarseFactors.chroma);
-        }
-        levels.noiseGrain = defaults::noiseGrain;
+        if (options.guard)
+            report["guard"] = jsonOf(blind.floor);
+        levels = blind.levels;
     }
     if (options.noiseGrainGiven)
         levels.noiseGrain = options.noiseGrain;
     return levels;
 }
 
+Json whatIsWritten(const Coded& coded) {
+    Json json{{"format", coded.format}, {"bits", coded.bits}, {"lossless", coded.lossless}};
+    if (!coded.lossless)
+        json["quality"] = coded.quality;
+    if (!coded.subsampling.empty())
+        json["subsampling"] = coded.subsampling;
+    json["lost"] = coded.lost;
+    return json;
+}
+
 void printSummary(const Options& options, const Job& job, const Photo& photo,
-                  const QxNoiseLevels& levels, const StepTimes& times, JsonObject& report) {
+                  const QxNoiseLevels& levels, const StepTimes& times, Json& report) {
     const double seconds = times.of("denoise");
     const double rate = seconds > 0.0 ? photo.megapixels() / seconds : 0.0;
     if (options.json) {
-        report.add("levels", jsonOf(levels))
-            .add("seconds", times.json())
-            .add("megapixelsPerSecond", rate);
+        report["levels"] = jsonOf(levels);
+        report["seconds"] = times.json();
+        report["megapixelsPerSecond"] = rate;
         // The picture itself may be on its way through standard output.
-        std::fprintf(job.out == "-" ? stderr : stdout, "%s\n", report.text().c_str());
+        std::fprintf(job.out == "-" ? stderr : stdout, "%s\n", lineOf(report).c_str());
+        std::fflush(stdout);
     } else if (!options.quiet && isatty(STDERR_FILENO)) {
         std::fprintf(stderr, "%s -> %s\n", job.in.c_str(), job.out.c_str());
         std::fprintf(stderr,
@@ -131,23 +137,24 @@ void denoiseFile(const Options& options, const Job& job) {
     StepTimes times;
     checkWritable(job.out);
     Photo photo = times.time("read", [&] { return readPhoto(job.in); });
-    const std::string format = writableFormat(job.out, options.format, photo);
+    const FileFormat& format = writableFormat(job.out, options.format, photo);
 
-    JsonObject report;
-    report.add("input", job.in)
-        .add("output", job.out)
-        .add("format", format)
-        .add("width", std::int64_t{photo.width})
-        .add("height", std::int64_t{photo.height})
-        .add("bits", std::int64_t{photo.sixteen ? 16 : 8});
+    Json report{{"input", job.in},
+                {"output", job.out},
+                {"width", photo.width},
+                {"height", photo.height},
+                {"bits", photo.bits}};
     DenoiseSettings settings = options.settings;
-    settings.levels = chooseLevels(options, job, photo, report, times);
+    settings.levels =
+        times.time("estimate", [&] { return chooseLevels(options, job, photo, report); });
     {
         ProgressBar bar(job.in, !options.quiet);
         times.time("denoise",
-                   [&] { denoise(photo, settings, [&](double fraction) { bar.show(fraction); }); });
+                   [&] { removeNoise(photo, settings, [&](double done) { bar.show(done); }); });
     }
-    times.time("write", [&] { writePhoto(photo, job.out, format, options.quality); });
+    const Coded coded =
+        times.time("write", [&] { return writePhoto(photo, job.out, format, options.quality); });
+    report["written"] = whatIsWritten(coded);
     printSummary(options, job, photo, settings.levels, times, report);
 }
 
@@ -184,9 +191,11 @@ void addFileOptions(CLI::App& command, Options& options) {
         ->type_name("NAME");
     command
         .add_option("--quality", options.quality,
-                    "Quality of JPEG output; colour is stored at full resolution")
+                    "Quality of lossy output. Default: a JPEG made from a JPEG keeps the steps and "
+                    "the colour resolution that the camera chose, lossless files stay lossless; " +
+                        std::to_string(defaults::lossyQuality) + " for others")
         ->check(CLI::Range(1, 100))
-        ->capture_default_str();
+        ->type_name("N");
     command.add_flag("--json", options.json,
                      "Print one line of JSON for each photo: levels used, seconds of each step, "
                      "megapixels a second");

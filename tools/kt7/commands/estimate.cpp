@@ -36,7 +36,7 @@ int run(const Options& options) {
     int result = exitOk;
     for (const std::string& file : options.files) {
         try {
-            Photo photo = readPhoto(file);
+            const Photo photo = readPhoto(file);
             const NoiseEstimate estimate = estimateNoise(photo);
             if (!estimate.measured)
                 throw UserError(about(file, notMeasured));
@@ -45,12 +45,10 @@ int run(const Options& options) {
                             "lumaMid", "chromaU", "chromaV", "lumaLow", "lumaHigh", "noiseGrain");
             headed = true;
             if (options.json)
-                std::printf("%s\n", JsonObject()
-                                        .add("input", file)
-                                        .add("width", std::int64_t{photo.width})
-                                        .add("height", std::int64_t{photo.height})
-                                        .add("levels", jsonOf(estimate.levels))
-                                        .text()
+                std::printf("%s\n", lineOf({{"input", file},
+                                            {"width", photo.width},
+                                            {"height", photo.height},
+                                            {"levels", jsonOf(estimate.levels)}})
                                         .c_str());
             else
                 printRow(file, estimate.levels, nameWidth);

@@ -4,6 +4,7 @@
 #include "tools/kt7/errors.h"
 #include "tools/kt7/files/atomicOutput.h"
 #include "tools/kt7/files/imageFile.h"
+#include "tools/kt7/library.h"
 
 #include <CLI/CLI.hpp>
 
@@ -84,26 +85,19 @@ std::int32_t apply(const View& view, std::uint8_t* rgb, std::int32_t width, std:
 
 int run(const Options& options) {
     checkWritable(options.out);
-    Photo photo = readPhoto(options.in);
-    const std::string format =
+    const Photo photo = readPhoto(options.in);
+    const FileFormat& format =
         writableFormat(options.out, options.out == "-" ? "png" : std::string(), photo);
-    std::vector<std::uint8_t> rgb = std::move(photo.rgb8);
-    std::int32_t result = 1;
-    if (photo.sixteen) {
-        rgb.resize(photo.rgb15.size());
-        result = psC1U15toU8(photo.rgb15.data(), photo.rowBytes(), 3 * photo.width, photo.height,
-                             rgb.data(), 3 * photo.width);
-    }
+    Bytes rgb = screenRgb(photo);
     const View& view = *viewNamed(options.view);
     const std::int32_t usual =
         view.differences ? defaults::differenceTarget : defaults::brightnessTarget;
-    if (result == 1)
-        result = apply(view, rgb.data(), photo.width, photo.height,
-                       options.targetGiven ? options.target : usual);
+    const std::int32_t result = apply(view, rgb.data(), photo.width, photo.height,
+                                      options.targetGiven ? options.target : usual);
     if (result != 1)
         throw UserError(about(options.in, "the view failed"));
-    writePhoto(pictureFrom(photo, photo.width, photo.height, std::move(rgb), colourProfile(photo)),
-               options.out, format, defaults::jpegQuality);
+    writePhoto(pictureFrom(photo, photo.width, photo.height, rgb, photo.metadata.icc), options.out,
+               format, defaults::lossyQuality);
     return exitOk;
 }
 

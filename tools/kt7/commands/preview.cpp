@@ -4,20 +4,20 @@
 #include "tools/kt7/errors.h"
 #include "tools/kt7/files/atomicOutput.h"
 #include "tools/kt7/files/imageFile.h"
+#include "tools/kt7/files/inputBytes.h"
+#include "tools/kt7/library.h"
 
 #include <CLI/CLI.hpp>
 
 #include <cmath>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <limits>
 #include <memory>
 
 namespace kt7::tool {
 namespace {
 
-using Profile = std::vector<std::uint8_t>;
+using Profile = Bytes;
 
 struct Options {
     std::string in, out, screenProfile;
@@ -25,10 +25,9 @@ struct Options {
 };
 
 Profile readProfile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    Profile bytes{std::istreambuf_iterator<char>(file), {}};
-    if (!file || bytes.empty())
-        throw UserError(about(path, "cannot read the colour profile"));
+    Profile bytes = readInput(path);
+    if (bytes.empty())
+        throw UserError(about(path, "is empty"));
     return bytes;
 }
 
@@ -81,8 +80,8 @@ int run(const Options& options) {
         options.screenProfile.empty() ? Profile() : readProfile(options.screenProfile);
     if (!target.empty() && !isUsable(target))
         throw UserError(about(options.screenProfile, "is not the profile of an RGB screen"));
-    Photo photo = readPhoto(options.in);
-    const std::string format =
+    const Photo photo = readPhoto(options.in);
+    const FileFormat& format =
         writableFormat(options.out, options.out == "-" ? "png" : std::string(), photo);
 
     const auto [factor, width, height] = scaleTo(options.width, photo);
@@ -92,18 +91,19 @@ int run(const Options& options) {
         throw UserError(about(options.in, "is too wide for a screen; choose a --width"));
     const std::size_t pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
     std::vector<std::uint8_t> screen(4 * pixels);
-    const Profile source = colourProfile(photo);
-    if (!fillScreen(profilesOf(source, target), photo.hostImage(), screen, width, height, factor)) {
+    const Profile& source = photo.metadata.icc;
+    LibraryImage carried(photo);
+    if (!fillScreen(profilesOf(source, target), carried.view(), screen, width, height, factor)) {
         std::fprintf(stderr, "kt7: %s\n",
                      about(options.in, "its colour profile can't be used; taken as sRGB").c_str());
-        fillScreen(profilesOf({}, target), photo.hostImage(), screen, width, height, factor);
+        fillScreen(profilesOf({}, target), carried.view(), screen, width, height, factor);
     }
     std::vector<std::uint8_t> rgb(3 * pixels);
     for (std::size_t i = 0; i < pixels; ++i)
         for (std::size_t c = 0; c < 3; ++c)
             rgb[3 * i + c] = screen[4 * i + 2 - c];
-    writePhoto(pictureFrom(photo, width, height, std::move(rgb), target), options.out, format,
-               defaults::jpegQuality);
+    writePhoto(pictureFrom(photo, width, height, rgb, target), options.out, format,
+               defaults::lossyQuality);
     return exitOk;
 }
 

@@ -1,9 +1,9 @@
 #include "tools/kt7/files/atomicOutput.h"
 
 #include "tools/kt7/errors.h"
-#include "tools/kt7/files/memoryFile.h"
 #include "tools/kt7/signals.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -21,6 +21,18 @@ namespace fs = std::filesystem;
 
 [[noreturn]] void fail(const std::string& path, int error) {
     throw UserError(about(path, std::string("cannot write: ") + std::strerror(error)));
+}
+
+bool writeAll(std::span<const std::uint8_t> bytes, int descriptor) {
+    constexpr std::size_t most = std::size_t{1} << 20; // a signal is answered in between
+    while (!bytes.empty()) {
+        const ssize_t n = write(descriptor, bytes.data(), std::min(bytes.size(), most));
+        throwIfCancelled();
+        if (n < 0 && errno != EINTR)
+            return false;
+        bytes = bytes.subspan(n > 0 ? static_cast<std::size_t>(n) : 0);
+    }
+    return true;
 }
 
 /// Where the bytes really go: the end of a chain of links.
@@ -101,8 +113,8 @@ class TemporaryFile {
     bool named_ = false;
 };
 
-void writeDirectly(const MemoryFile& bytes, const std::string& path, int descriptor) {
-    if (!copyAll(bytes, descriptor))
+void writeDirectly(std::span<const std::uint8_t> bytes, const std::string& path, int descriptor) {
+    if (!writeAll(bytes, descriptor))
         fail(path, errno);
 }
 
@@ -127,7 +139,7 @@ void checkWritable(const std::string& path) {
         fail(path, errno);
 }
 
-void publish(const MemoryFile& bytes, const std::string& path) {
+void publish(std::span<const std::uint8_t> bytes, const std::string& path) {
     if (path == "-")
         return writeDirectly(bytes, path, STDOUT_FILENO);
     const fs::path target = finalPath(path);
@@ -135,14 +147,14 @@ void publish(const MemoryFile& bytes, const std::string& path) {
         const int descriptor = open(target.c_str(), O_WRONLY | O_CLOEXEC);
         if (descriptor < 0)
             fail(path, errno);
-        const bool written = copyAll(bytes, descriptor);
+        const bool written = writeAll(bytes, descriptor);
         const int error = errno;
         if ((close(descriptor) != 0 && written) || !written)
             fail(path, written ? errno : error);
         return;
     }
     TemporaryFile file(target);
-    if (file.descriptor() < 0 || !copyAll(bytes, file.descriptor()) ||
+    if (file.descriptor() < 0 || !writeAll(bytes, file.descriptor()) ||
         !file.finish(target, modeFor(target)))
         fail(path, errno);
 }

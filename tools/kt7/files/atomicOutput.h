@@ -1,11 +1,11 @@
 // Output that appears whole or not at all.
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <string>
 
 namespace kt7::tool {
-
-class MemoryFile;
 
 /// Checks, before any long work, that `path` can be written: its directory exists and takes files,
 /// and the path is no directory. "-" is standard output, which must not be a terminal. Raises
@@ -16,6 +16,6 @@ void checkWritable(const std::string& path);
 /// sees the old file or the whole new one. A link is followed, permissions of a file that is
 /// replaced are kept. Devices, pipes and "-" have no rename and are written directly. Raises
 /// UserError or Cancelled, with the temporary file removed and `path` as it was.
-void publish(const MemoryFile& bytes, const std::string& path);
+void publish(std::span<const std::uint8_t> bytes, const std::string& path);
 
 } // namespace kt7::tool

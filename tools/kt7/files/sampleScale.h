@@ -1,34 +1,32 @@
-// Conversions between the sample scales of files and the 0..32768 scale of 16-bit host images.
-// Every one rounds to the nearest value.
+// Conversions between sample scales; every one rounds to the nearest value.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
+#include <vector>
 
 namespace kt7::tool {
 
-inline constexpr std::uint32_t scale15Max = 32768;
+/// White of the library's 16-bit images.
+inline constexpr std::uint32_t libraryWhite = 32768;
 
-/// 0..65535 to 0..32768.
-inline std::uint16_t scale16To15(std::uint16_t v) {
-    return static_cast<std::uint16_t>((v * scale15Max + 32767u) / 65535u);
+/// From 0..`from` to 0..`to`, neither above 65535; samples above the scale count as its top.
+inline std::uint16_t rescale(std::uint32_t sample, std::uint32_t from, std::uint32_t to) {
+    return static_cast<std::uint16_t>((std::min(sample, from) * to + from / 2) / from);
 }
 
-/// 0..32768 to 0..65535; samples above the scale count as its top.
-inline std::uint16_t scale15To16(std::uint16_t v) {
-    return static_cast<std::uint16_t>((std::min<std::uint32_t>(v, scale15Max) * 65535u + 16384u) /
-                                      scale15Max);
-}
+/// The same for many samples: a table costs less than their divisions.
+class Rescale {
+  public:
+    Rescale(std::uint32_t from, std::uint32_t to) : top_(from), table_(from + 1) {
+        for (std::uint32_t v = 0; v <= from; ++v)
+            table_[v] = rescale(v, from, to);
+    }
+    std::uint16_t operator()(std::uint32_t sample) const { return table_[std::min(sample, top_)]; }
 
-/// 0..32768 to 0..255.
-inline std::uint8_t scale15To8(std::uint16_t v) {
-    return static_cast<std::uint8_t>((std::min<std::uint32_t>(v, scale15Max) * 255u + 16384u) /
-                                     scale15Max);
-}
-
-/// 0..1 to 0..32768; the caller has checked the range.
-inline std::uint16_t scaleFloatTo15(float v) {
-    return static_cast<std::uint16_t>(v * 32768.0f + 0.5f);
-}
+  private:
+    std::uint32_t top_;
+    std::vector<std::uint16_t> table_;
+};
 
 } // namespace kt7::tool

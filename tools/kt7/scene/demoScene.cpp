@@ -2,11 +2,8 @@
 // anti-aliased without sampling a pixel twice. Coordinates have the height as their unit.
 #include "tools/kt7/scene/demoScene.h"
 
-#include "tools/kt7/scene/bitmapFont.h"
-
 #include <algorithm>
 #include <cmath>
-#include <string_view>
 
 namespace kt7 {
 namespace {
@@ -246,10 +243,10 @@ class Painter {
         over({0.34f, 0.22f, 0.12f}, cover(box(x + 0.241f, y, 0.014f, 0.30f)));
         over({0.25f, 0.16f, 0.08f}, cover(box(x - 0.006f, y - 0.006f, 0.312f, 0.192f)));
         over({0.96f, 0.94f, 0.86f}, cover(box(x, y, 0.30f, 0.18f)));
-        text("LAKE 7", x + 0.02f, y + 0.014f, 0.0073f, {0.70f, 0.10f, 0.10f});
-        text("THE QUICK BROWN FOX JUMPS", x + 0.02f, y + 0.080f, 0.00173f, {0.1f, 0.1f, 0.12f});
-        text("OVER THE LAZY DOG", x + 0.02f, y + 0.100f, 0.00255f, {0.1f, 0.1f, 0.12f});
-        text("0123456789", x + 0.02f, y + 0.126f, 0.00433f, {0.10f, 0.25f, 0.60f});
+        letters(6, x + 0.02f, y + 0.014f, 0.0073f, {0.70f, 0.10f, 0.10f});
+        letters(25, x + 0.02f, y + 0.080f, 0.00173f, {0.1f, 0.1f, 0.12f});
+        letters(17, x + 0.02f, y + 0.100f, 0.00255f, {0.1f, 0.1f, 0.12f});
+        letters(10, x + 0.02f, y + 0.126f, 0.00433f, {0.10f, 0.25f, 0.60f});
         // A ruler whose marks come closer and closer.
         const float along = (u_ - x - 0.02f) / 0.26f;
         const float marks = std::abs(fraction(18.0f * along * (1.0f + along)) - 0.5f) - 0.25f;
@@ -258,17 +255,28 @@ class Painter {
              cover(box(x + 0.02f, y + 0.163f, 0.26f, 0.012f)) * unit(0.5f + marks / spread));
     }
 
-    void text(std::string_view words, float x, float y, float dot, Rgb ink) {
-        if (box(x, y, dot * static_cast<float>(words.size() * glyphAdvance),
-                dot * static_cast<float>(glyphHeight)) > 0.0f)
+    /// A line of letters of no alphabet: strokes of a dot's width in boxes of five by seven dots.
+    void letters(int count, float x, float y, float dot, Rgb ink) {
+        constexpr int wide = 5, high = 7, advance = wide + 1, layer = 120;
+        if (box(x, y, dot * static_cast<float>(count * advance), dot * static_cast<float>(high)) >
+            0.0f)
             return;
+        const auto isInk = [&](int column, int row) {
+            const int letter = column / advance, stroke = column % advance;
+            if (stroke == wide)
+                return false;
+            // Uprights on even columns, bars on the first, middle and last row.
+            const bool upright = stroke % 2 == 0 && lattice(letter, stroke, count) > 0.4f;
+            const bool bar = row % 3 == 0 && lattice(letter, row, layer + count) > 0.4f;
+            return upright || bar;
+        };
         // Dots are smaller than pixels at times: four by four samples give their share.
         int hits = 0;
         for (int sy = 0; sy < 4; ++sy)
             for (int sx = 0; sx < 4; ++sx) {
                 const float su = (px_ + 0.125f + 0.25f * static_cast<float>(sx)) / unit_ - x;
                 const float sv = (py_ + 0.125f + 0.25f * static_cast<float>(sy)) / unit_ - y;
-                hits += textDot(words, floorOf(su / dot), floorOf(sv / dot)) ? 1 : 0;
+                hits += su > 0.0f && isInk(floorOf(su / dot), floorOf(sv / dot)) ? 1 : 0;
             }
         over(ink, static_cast<float>(hits) / 16.0f);
     }

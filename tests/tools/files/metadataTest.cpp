@@ -1,0 +1,120 @@
+// Metadata from every format into every other, as exiftool sees it.
+#include "tests/tools/files/samplePhoto.h"
+#include "tests/tools/scratchFolder.h"
+#include "tools/kt7/files/format.h"
+#include "tools/kt7/json.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <exiv2/exiv2.hpp>
+#include <map>
+
+namespace kt7::tool {
+namespace {
+
+/// A tag, how exiftool calls it, and by which name its loss is said.
+struct Tag {
+    const char* option;
+    const char* name;
+    const char* loss;
+};
+constexpr Tag tags[] = {
+    {"-IFD0:Make=Maker", "Make", "Exif"},
+    {"-IFD0:Artist=Someone", "Artist", "Exif"},
+    {"-ExifIFD:ExposureTime=1/50", "ExposureTime", "Exif"},
+    {"-ExifIFD:UserComment=Said", "UserComment", "Exif"},
+    {"-GPS:GPSLatitude=48.25", "GPSLatitude", "Exif"},
+    {"-IFD0:Orientation#=6", "Orientation", "Exif"},
+    {"-IFD0:XResolution=240", "XResolution", "Exif"},
+    {"", "OwnerName", "Exif"}, // in the maker note
+    {"-XMP-dc:Title=Name", "Title", "XMP"},
+    {"-IPTC:City=Town", "City", "IPTC"},
+    {"-IPTC:Keywords=one", "Keywords", "IPTC"},
+    {"-Comment=Hello", "Comment", "comments"},
+    {"", "ProfileDescription", "its colour profile"},
+};
+
+void writeFile(const std::string& path, const Bytes& bytes) {
+    writeBytes(path, {bytes.begin(), bytes.end()});
+}
+
+int exiftool(const std::string& arguments) {
+    return std::system(("exiftool -q -m -overwrite_original " + arguments).c_str());
+}
+
+/// A block whose maker note counts its offsets from the block's start.
+Bytes exifWithMakerNote() {
+    Exiv2::ExifData data;
+    data["Exif.Image.Make"] = "Canon";
+    data["Exif.Image.Model"] = "Canon EOS 5D";
+    data["Exif.Canon.OwnerName"] = "An owner with a name";
+    data["Exif.Photo.ColorSpace"] = std::uint16_t{0xFFFF};
+    data["Exif.Photo.PixelXDimension"] = std::uint32_t{9999};
+    Exiv2::Blob blob;
+    Exiv2::ExifParser::encode(blob, Exiv2::littleEndian, data);
+    return blob;
+}
+
+std::map<std::string, Json> tagsOf(const ScratchFolder& folder) {
+    const std::string list = folder / "tags.json";
+    EXPECT_EQ(
+        std::system(("exiftool -q -j " + folder / "*.*" + " > " + list + " 2>/dev/null").c_str()),
+        0);
+    std::map<std::string, Json> files;
+    for (const Json& file : Json::parse(bytesOf(list)))
+        files[std::filesystem::path(file["SourceFile"].get<std::string>()).filename()] = file;
+    return files;
+}
+
+TEST(Metadata, IsKeptOrItsLossIsSaidForEveryPairOfFormats) {
+    ASSERT_EQ(std::system("exiftool -ver > /dev/null"), 0) << "exiftool is missing";
+    const ScratchFolder folder;
+    Photo photo = smoothPhoto();
+    photo.metadata.exif = exifWithMakerNote();
+    const std::string profile = "/usr/share/color/icc/ghostscript/srgb.icc";
+    std::map<std::string, std::vector<std::string>> lost;
+    std::string options = "-IFD1:Compression=6 ";
+    for (const Tag& tag : tags)
+        options += std::string(tag.option).empty() ? "" : "'" + std::string(tag.option) + "' ";
+    writeFile(folder / "thumb.jpg", encode(smoothPhoto(16, 16), jpegFormat, 90).bytes);
+    options += "'-ThumbnailImage<=" + folder / "thumb.jpg" + "' ";
+    const std::string icc = bytesOf(profile);
+    photo.metadata.icc.assign(icc.begin(), icc.end());
+    for (const FileFormat* from : fileFormats()) {
+        const std::string source = folder / (std::string("source.") + from->name);
+        writeFile(source, encode(photo, *from, 95).bytes);
+        exiftool(options + source); // warns of what it can't put into the format
+        const std::string bytes = bytesOf(source);
+        const Photo read = decode(Bytes(bytes.begin(), bytes.end()));
+        for (const FileFormat* to : fileFormats()) {
+            const std::string name = std::string(from->name) + "-to." + to->name;
+            Coded coded = encode(read, *to, 95);
+            writeFile(folder / name, coded.bytes);
+            lost[name] = coded.lost;
+        }
+    }
+    const auto files = tagsOf(folder);
+    for (const FileFormat* from : fileFormats()) {
+        const Json& source = files.at(std::string("source.") + from->name);
+        for (const FileFormat* to : fileFormats()) {
+            const std::string name = std::string(from->name) + "-to." + to->name;
+            const Json& file = files.at(name);
+            SCOPED_TRACE(name + testing::PrintToString(lost[name]));
+            for (const Tag& tag : tags) {
+                const bool said = std::ranges::find(lost[name], tag.loss) != lost[name].end();
+                if (source.contains(tag.name) && !said)
+                    EXPECT_EQ(file.value(tag.name, Json()), source[tag.name]) << tag.name;
+            }
+            EXPECT_FALSE(file.contains("ThumbnailImage"));
+            EXPECT_FALSE(file.contains("SRGBRendering"));
+            EXPECT_EQ(file.value("ExifImageWidth", 64), 64);
+            EXPECT_EQ(file.value("Orientation", ""), "Rotate 90 CW");
+            EXPECT_EQ(file.value("OwnerName", ""), "An owner with a name");
+        }
+    }
+}
+
+} // namespace
+} // namespace kt7::tool

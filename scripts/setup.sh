@@ -4,7 +4,8 @@
 set -eu
 
 packages="g++ cmake ninja-build pkg-config git ca-certificates
-libflann-dev liblcms2-dev libopenimageio-dev libcli11-dev
+libflann-dev liblcms2-dev libcli11-dev nlohmann-json3-dev libexiv2-dev
+libjpeg-dev libpng-dev libtiff-dev libwebp-dev libheif-dev libjxl-dev
 libgtest-dev libgmock-dev libbenchmark-dev $*"
 
 fail() {

@@ -4,9 +4,9 @@
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 [ $# -gt 0 ] || set -- ci
-packages=""
+packages="libimage-exiftool-perl"
 for preset in "$@"; do
-    [ "$preset" != thread-sanitize ] || packages="clang libclang-rt-14-dev libomp-dev"
+    [ "$preset" != thread-sanitize ] || packages="$packages clang libclang-rt-14-dev libomp-dev"
 done
 # shellcheck disable=SC2086
 "$root/scripts/setup.sh" $packages

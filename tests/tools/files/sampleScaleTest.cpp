@@ -13,8 +13,9 @@ TEST(SampleScale, EveryValueGoesToTheNearest) {
             const Rescale scaled(from, to), back(to, from);
             for (std::uint32_t v = 0; v <= from; ++v) {
                 ASSERT_LE(std::abs(scaled(v) - static_cast<double>(v) * to / from), 0.5) << v;
-                if (to >= from)
+                if (to >= from) {
                     ASSERT_EQ(back(scaled(v)), v);
+                }
             }
             EXPECT_EQ(scaled(70000), to);
         }

@@ -21,7 +21,7 @@ struct Coded {
     std::string format = {};
     int bits = 8;
     bool lossless = true;
-    int quality = 0;         ///< 1..100 of a lossy file, measured where it was kept
+    int quality = 0;              ///< 1..100 of a lossy file, measured where it was kept
     std::string subsampling = {}; ///< of colour, such as "4:2:0"; empty where nothing is left out
     std::vector<std::string> lost = {}; ///< what the format can't hold, by name
 };

@@ -89,12 +89,11 @@ Exiv2::ByteOrder decodeExif(const Bytes& exif, ExifData& data) {
 Bytes encodeExif(const ExifData& data, Exiv2::ByteOrder order) {
     if (data.empty())
         return {};
-    const auto image = Exiv2::ImageFactory::create(Exiv2::ImageType::tiff,
-                                                   Exiv2::BasicIo::AutoPtr(new Exiv2::MemIo));
-    image->setByteOrder(order);
-    image->setExifData(data);
-    image->writeMetadata();
-    Exiv2::BasicIo& io = image->io();
+    Exiv2::TiffImage image(Exiv2::BasicIo::AutoPtr(new Exiv2::MemIo), true);
+    image.setByteOrder(order);
+    image.setExifData(data);
+    image.writeMetadata();
+    Exiv2::BasicIo& io = image.io();
     const Exiv2::byte* const bytes = io.mmap();
     return {bytes, bytes + io.size()};
 }
@@ -383,8 +382,9 @@ bool checkMultiPicture(const Bytes& index, Photo& photo) {
     return entries.size() > entryBytes;
 }
 
-void takeTiffMetadata(std::span<const std::uint8_t> file, Metadata& metadata) {
+void takeTiffMetadata(std::span<const std::uint8_t> file, Photo& photo) {
     const Exiv2Session session;
+    Metadata& metadata = photo.metadata;
     try {
         const auto image = Exiv2::ImageFactory::open(file.data(), static_cast<long>(file.size()));
         image->readMetadata();
@@ -394,8 +394,8 @@ void takeTiffMetadata(std::span<const std::uint8_t> file, Metadata& metadata) {
         metadata.iptc = recordsOf(image->iptcData());
         takeResources(rawValue(all, "Exif.Image.ImageResources", order), metadata);
         metadata.exif = encodeExif(withoutStructure(all), order);
-    } catch (const Exiv2::AnyError& error) {
-        throw CodecError(std::string("has metadata that can't be read: ") + error.what());
+    } catch (const Exiv2::AnyError&) {
+        photo.remarks.push_back("Exif, XMP and IPTC that can't be read");
     }
 }
 
@@ -420,8 +420,9 @@ Bytes withTiffMetadata(Bytes file, const Metadata& metadata, std::vector<std::st
         if (!metadata.iptc.empty())
             image->setIptcData(iptcOf(metadata.iptc));
         if (!metadata.xmp.empty()) {
-            image->xmpData().setPacket({metadata.xmp.begin(), metadata.xmp.end()});
-            image->xmpData().usePacket(true);
+            const std::string packet(metadata.xmp.begin(), metadata.xmp.end());
+            if (Exiv2::XmpParser::decode(image->xmpData(), packet) != 0)
+                lost.push_back("XMP");
         }
         image->writeMetadata();
         Exiv2::BasicIo& io = image->io();

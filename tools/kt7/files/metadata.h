@@ -26,7 +26,8 @@ Bytes resourcesOf(const Metadata& metadata);
 bool checkMultiPicture(const Bytes& index, Photo& photo);
 
 /// The metadata of a TIFF, without the tags that say how its pixels are coded.
-void takeTiffMetadata(std::span<const std::uint8_t> file, Metadata& metadata);
+/// What can't be read gets a remark.
+void takeTiffMetadata(std::span<const std::uint8_t> file, Photo& photo);
 /// A TIFF that holds pixels alone, with Exif, XMP and IPTC put in.
 Bytes withTiffMetadata(Bytes file, const Metadata& metadata, std::vector<std::string>& lost);
 

@@ -113,14 +113,16 @@ struct Writer : Session {
 /// The way in which older programs keep blocks in texts: a name, a length, hexadecimal digits.
 Bytes bytesOfRawProfile(std::string_view text) {
     constexpr std::string_view blanks = " \t\r\n";
-    const auto word = [&] {
-        text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-        const std::string_view found = text.substr(0, text.find_first_of(blanks));
-        text.remove_prefix(found.size());
-        return found;
+    const auto skip = [&](std::string_view what) {
+        text.remove_prefix(std::min(text.find_first_not_of(what), text.size()));
     };
-    word();
-    word();
+    const auto skipTo = [&](std::string_view what) {
+        text.remove_prefix(std::min(text.find_first_of(what), text.size()));
+    };
+    skip(blanks);
+    skipTo("\n"); // the name may be several words
+    skip(blanks);
+    skipTo(blanks);
     Bytes bytes;
     std::string digits;
     for (const char c : text) {

@@ -155,11 +155,10 @@ void checkPages(TIFF* tiff, Photo& photo) {
     const auto isReduced = [&] {
         return (fieldOf<std::uint32_t>(tiff, TIFFTAG_SUBFILETYPE, 0) & FILETYPE_REDUCEDIMAGE) != 0;
     };
-    constexpr std::uint32_t dngVersion = 50706;
     std::uint16_t count = 0;
-    void* data = nullptr;
+    std::uint8_t* version = nullptr;
     std::uint64_t* offsets = nullptr;
-    if (TIFFGetField(tiff, dngVersion, &count, &data) != 0 || isReduced())
+    if (TIFFGetField(tiff, TIFFTAG_DNGVERSION, &version) != 0 || isReduced())
         throw CodecError("is a raw file; develop it first");
     bool previews = TIFFGetField(tiff, TIFFTAG_SUBIFD, &count, &offsets) != 0 && count > 0;
     int pages = 1;
@@ -314,7 +313,7 @@ Photo decodeTiff(std::span<const std::uint8_t> bytes, Depth depth) {
     if (!whole || stream.error[0] != '\0')
         throw CodecError(std::string("is damaged or cut short: ") + stream.error);
     takeFields(tiff.get(), photo.metadata);
-    takeTiffMetadata(bytes, photo.metadata);
+    takeTiffMetadata(bytes, photo);
     return photo;
 }
 

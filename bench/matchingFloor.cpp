@@ -2,102 +2,50 @@
 
 #include <algorithm>
 #include <ctime>
+#include <iterator>
 #include <mutex>
 
-#include "qxenhlib/ImBMAnn.h"
+#include "bench/qxenhlib/MatchingSteps.h"
 #include "qxenhlib/ImBMResult.h"
-#include "qxenhlib/LayerTiles.h"
 #include "qxutils/BlockProcPmPnT.h"
-#include "qxutils/NoiseNormalize.h"
 #include "qxutils/parallel.h"
-#include "qxutils/qxbase/rgbYuv.h"
 
-namespace kt7 {
-
-/// The steps of ImBMAnn::proc, of which only growing and searching are timed.
-class MatchingSteps {
-  public:
-    static double time(ImBMAnn& matcher, const GIMG<float>& tile, ImBMResult& record) {
-        matcher.prepare(record);
-        matcher.computeFeatures(tile);
-        const double start = threadSeconds();
-        matcher.growForest();
-        matcher.search(record);
-        matcher.dropForest();
-        return threadSeconds() - start;
-    }
-
-  private:
-    // Processor time, so that what else runs on the machine doesn't count.
-    static double threadSeconds() {
-        timespec t{};
-        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-        return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
-    }
-};
-
-namespace bench {
+namespace kt7::bench {
+namespace {
 
 using Plane = GIMG<std::int16_t>;
 
-MatchingFloor::MatchingFloor(const std::uint8_t* rgb, std::int32_t width, std::int32_t height,
-                             const QxNoiseLevels& noise, bool fastMode) {
-    const auto padded = [](std::int32_t side) { return std::max(256, (side + 96) / 16 * 16 + 16); };
-    Plane luma(padded(width), padded(height));
-    NoiseNormalize curve;
-    const float normalised = curve.setup(noise.lumaLow, noise.lumaMid, noise.lumaHigh, 0.95f);
-    {
-        Plane u(luma.width, luma.height), v(luma.width, luma.height);
-        Plane* const planes[3] = {&luma, &u, &v};
-        const NoiseNormalize* const tables[3] = {&curve, &curve, &curve};
-        qxRGBToYUV(rgb, width * 3, width, height, planes, tables);
-    }
-    const float level = 2.5f * noise.lumaMid * (normalised / (1e-13f + noise.lumaMid));
-    const float layerNoise[] = {level, level, level, level};
-    const float channelGain[] = {1.0f, 1.0f, 1.0f, 1.0f};
-    denoiser_.setParams(fastMode, noise.noiseGrain, layerNoise, channelGain, 0.0f, 0.0f, 0.0f);
-    denoiser_.addChannel(luma);
-
-    // What the layers do to luma, up to the last image that is matched on.
-    PyramidLap16s& pyramid = *denoiser_.pyramids[0];
-    for (std::int32_t layer = Denoise3DCT::pyramidDepth; layer >= 0; --layer) {
-        Plane* detail = pyramid.levels[layer];
-        const bool residual = layer == Denoise3DCT::pyramidDepth;
-        images_[layer] = std::make_unique<Plane>(detail->width, detail->height);
-        if (residual)
-            for (std::int32_t y = 0; y < detail->height; ++y)
-                std::ranges::copy(detail->row(y), images_[layer]->row(y).begin());
-        else
-            pyramid.sumTopInto(0, 0, *images_[layer]);
-        if (layer == 0)
-            break;
-        LayerTiles tiles(denoiser_, layer, {&detail, 1},
-                         residual ? LayerTiles::MatchOn::level : LayerTiles::MatchOn::guide);
-        tiles.run(0, 1);
-        tiles.store();
-        if (!residual)
-            pyramid.foldTop();
-    }
-    denoiser_.pyramids[0].reset();
+// Processor time, so that what else runs on the machine doesn't count.
+double threadSeconds() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
 }
 
-double MatchingFloor::layerSeconds(std::int32_t layer) const {
-    const Plane* const inputs[] = {images_[layer].get()};
-    Plane output(inputs[0]->width, inputs[0]->height);
+double layerSeconds(Plane& image, const LayerSearch& search) {
+    Plane* const inputs[] = {&image};
+    Plane output(image.width, image.height);
     Plane* const outputs[] = {&output};
     BlockProcPmPnT blocks;
-    blocks.setup(1, inputs, 1, outputs, 128, 128, 8, 2);
+    blocks.setup(inputs, outputs, layerTiles);
     std::mutex mutex;
     double seconds = 0.0;
     parallelWorkers(maxThreads(), [&](std::int32_t) {
-        ImBMAnn matcher(denoiser_.numTrees[layer], denoiser_.checks[layer], 0.5f);
+        ImBMAnn matcher(search.trees, search.checks, ImBMAnn::usualDcScale);
+        MatchingSteps steps(matcher);
         ImBMResult record;
-        record.setGeometry(blocks.blockWidth, blocks.blockHeight, denoiser_.blockStep[layer]);
+        record.setGeometry(blocks.blockWidth, blocks.blockHeight, search.gridStep);
         GIMG<float> tile(blocks.blockWidth, blocks.blockHeight);
         double mine = 0.0;
         for (std::int32_t x = 0, y = 0; blocks.getABlockLoc(&x, &y);) {
             blocks.getBlock(x, y, 0, tile);
-            mine += MatchingSteps::time(matcher, tile, record);
+            steps.prepare(record);
+            steps.computeFeatures(tile);
+            const double start = threadSeconds();
+            steps.grow();
+            steps.search(record);
+            steps.drop();
+            mine += threadSeconds() - start;
         }
         const std::scoped_lock lock(mutex);
         seconds += mine;
@@ -105,12 +53,35 @@ double MatchingFloor::layerSeconds(std::int32_t layer) const {
     return seconds;
 }
 
+} // namespace
+
+MatchingFloor::MatchingFloor(const PSImage& image, const QxNoiseLevels& noise, bool fastMode) {
+    NormalisedPlanes planes(image.width, image.height, noise);
+    planes.fill(image);
+    Denoise3DCT denoiser;
+    denoiser.setParams(planes.noise(), {fastMode, 0.0f, 0.0f, 0.0f});
+    denoiser.addChannel(planes.luma);
+
+    const PyramidLap16s& pyramid = *denoiser.pyramids[0];
+    for (const Layer* layer : layers) {
+        const Plane& level = *pyramid.levels[layer->level];
+        auto image16 = std::make_unique<Plane>(level.width, level.height);
+        if (layer->guided)
+            pyramid.sumTopInto(0, 0, *image16);
+        else
+            for (std::int32_t y = 0; y < level.height; ++y)
+                std::ranges::copy(level.row(y), image16->row(y).begin());
+        searches_.push_back({std::move(image16), denoiser.searchOf(*layer)});
+        if (layer != *std::rbegin(layers))
+            denoiser.runLayer(*layer);
+    }
+}
+
 double MatchingFloor::seconds() const {
     double seconds = 0.0;
-    for (std::int32_t layer = 0; layer < Denoise3DCT::layers; ++layer)
-        seconds += layerSeconds(layer);
+    for (const auto& [image, search] : searches_)
+        seconds += layerSeconds(*image, search);
     return seconds / maxThreads();
 }
 
-} // namespace bench
-} // namespace kt7
+} // namespace kt7::bench

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "include/kt7lib/kt7types.h"
 #include "qxenhlib/Denoise3DCT.h"
@@ -14,9 +15,8 @@ namespace kt7::bench {
 /// layers match on are those of the call, coarser layers denoised; they are made once and kept.
 class MatchingFloor {
   public:
-    /// From the 8-bit RGB pixels and the noise levels that the call gets.
-    MatchingFloor(const std::uint8_t* rgb, std::int32_t width, std::int32_t height,
-                  const QxNoiseLevels& noise, bool fastMode);
+    /// From the image and the noise levels that the call gets.
+    MatchingFloor(const PSImage& image, const QxNoiseLevels& noise, bool fastMode);
 
     /// Processor seconds, divided by the team, for building the search index of every tile of every
     /// layer and answering its queries, with the call's tiles, trees and checks, on the present
@@ -24,10 +24,12 @@ class MatchingFloor {
     double seconds() const;
 
   private:
-    double layerSeconds(std::int32_t layer) const;
+    struct Search {
+        std::unique_ptr<GIMG<std::int16_t>> image;
+        LayerSearch settings;
+    };
 
-    Denoise3DCT denoiser_;
-    std::unique_ptr<GIMG<std::int16_t>> images_[Denoise3DCT::layers];
+    std::vector<Search> searches_; // one per layer
 };
 
 } // namespace kt7::bench

@@ -246,10 +246,8 @@ double measure(const Picture& picture, std::int32_t threads, int repeat) {
     for (float* level : {&noise.chromaU, &noise.chromaV})
         *level *= 4.0f;
 
-    const kt7::bench::MatchingFloor full(picture.rgb.data(), picture.width, picture.height, noise,
-                                         false);
-    const kt7::bench::MatchingFloor fast(picture.rgb.data(), picture.width, picture.height, noise,
-                                         true);
+    const kt7::bench::MatchingFloor full(image, noise, false);
+    const kt7::bench::MatchingFloor fast(image, noise, true);
     Call fullCall{"full quality", {}, threads};
     Call allCall{"full, all stages", {0.03f, 0.5f, 0.03f, 0.01f, 1, 1}, threads};
     Call fastCall{"fast", {0, 0, 0, 0, 0, 0}, threads};

@@ -17,6 +17,10 @@ namespace kt7 {
 /// each tile. Memory stays from tile to tile. One object serves one thread at a time.
 class ImBMAnn {
   public:
+    /// Brightness counts a quarter of its share in the squared distance of two blocks: structure
+    /// tells more about what may be averaged.
+    static constexpr float usualDcScale = 0.5f;
+
     /// checks: candidates that one search may look at, over all trees together; not negative.
     /// dcScale: factor on a block's mean; at 0.5 brightness weighs a quarter in squared distances.
     ImBMAnn(std::int32_t numTrees, std::int32_t checks, float dcScale);

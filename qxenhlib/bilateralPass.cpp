@@ -1,15 +1,13 @@
 #include "qxenhlib/bilateralPass.h"
 
 #include <algorithm>
-#include <atomic>
-#include <mutex>
 
 #include "prim/arith.h"
 #include "prim/copy.h"
 #include "prim/stats.h"
 #include "prim/threshold.h"
 #include "qxenhlib/BilateralFilter.h"
-#include "qxutils/BlockProcPmPnT.h"
+#include "qxutils/TileRunner.h"
 #include "qxutils/parallel.h"
 
 namespace kt7 {
@@ -29,34 +27,16 @@ std::int32_t cellSize(float range) {
 // More workers each need grids of their own; fine grids would take more memory than the image.
 constexpr std::int64_t gridBudget = std::int64_t{256} << 20;
 
-// Hands tiles out in order and lets them back in that order, so that the seams and with them the
-// result don't depend on the number of threads.
-class TileQueue {
-  public:
-    explicit TileQueue(BlockProcPmPnT& tiles) : tiles_(tiles) {}
+// Near its edge a tile lacks what lies beyond, up to a grid cell (24 pixels at most) away: 16 are
+// thrown away, and the eight behind them fade into the neighbour's.
+constexpr TileShape smoothingTiles{400, 40, 16};
 
-    bool take(std::int32_t* x, std::int32_t* y, std::int32_t* turn) {
-        const std::scoped_lock lock(mutex_);
-        if (!tiles_.getABlockLoc(x, y))
-            return false;
-        *turn = taken_++;
-        return true;
+struct Worker {
+    Worker(const BlockProcPmPnT& tiles, std::int32_t cell, float bin) {
+        filter.setup(tiles.blockWidth, tiles.blockHeight, 0.0f, 1.0f, cell, bin);
     }
 
-    // Nothing between take and save may raise: the tiles after it would wait for ever.
-    void save(std::int32_t x, std::int32_t y, std::int32_t turn, GIMG<float>& tile) noexcept {
-        for (std::int32_t now = saved_; now != turn; now = saved_)
-            saved_.wait(now);
-        tiles_.saveOutBlock(x, y, 0, tile);
-        saved_ = turn + 1;
-        saved_.notify_all();
-    }
-
-  private:
-    BlockProcPmPnT& tiles_;
-    std::mutex mutex_;
-    std::int32_t taken_ = 0;
-    std::atomic<std::int32_t> saved_{0};
+    BilateralFilter filter;
 };
 
 // Maps the tile from [low, high] to [0, 1], smooths it and maps it back.
@@ -92,9 +72,8 @@ std::int32_t bilateralPass(GIMG<std::int16_t>& plane, float strength, float rang
 
     GIMG<std::int16_t> output(plane.width, plane.height);
     BlockProcPmPnT tiles;
-    const GIMG<std::int16_t>* const inputs[] = {&plane};
-    GIMG<std::int16_t>* const outputs[] = {&output};
-    if (tiles.setup(1, inputs, 1, outputs, 400, 400, 40, 16) != 1)
+    GIMG<std::int16_t>*const input = &plane, *const target = &output;
+    if (!tiles.setup({&input, 1}, {&target, 1}, smoothingTiles))
         raise(QxBase::QXRC::layerNotReady);
     const std::int32_t cell = cellSize(range);
     const std::int64_t bytes = std::max<std::int64_t>(
@@ -102,18 +81,13 @@ std::int32_t bilateralPass(GIMG<std::int16_t>& plane, float strength, float rang
     const auto workers = static_cast<std::int32_t>(std::clamp<std::int64_t>(
         std::min<std::int64_t>(gridBudget / bytes, std::int64_t{tiles.blocksX} * tiles.blocksY), 1,
         maxThreads()));
-    TileQueue queue(tiles);
-    parallelWorkers(workers, [&](std::int32_t) {
-        BilateralFilter filter;
-        filter.setup(tiles.blockWidth, tiles.blockHeight, 0.0f, 1.0f, cell, bin);
-        GIMG<float> tile(tiles.blockWidth, tiles.blockHeight);
-        std::int32_t x = 0, y = 0, turn = 0;
-        while (queue.take(&x, &y, &turn)) {
-            tiles.getBlock(x, y, 0, tile);
-            smoothTile(filter, tile, low, high, scale);
-            queue.save(x, y, turn, tile);
-        }
-    });
+    runTiles(
+        tiles, workers, [&](std::int32_t) { return Worker(tiles, cell, bin); },
+        [&](Worker& worker, TileSlot& slot) {
+            GIMG<float>& tile = *slot.planes[0];
+            tiles.getBlock(slot.x, slot.y, 0, tile);
+            smoothTile(worker.filter, tile, low, high, scale);
+        });
     primCopy16sC1(output.data, output.stepBytes, plane.data, plane.stepBytes, plane.roi());
     return 1;
 }

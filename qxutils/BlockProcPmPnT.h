@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <span>
 #include <vector>
 
 #include "qxutils/qxbase/IMG.h"
@@ -14,6 +15,13 @@ struct BlockLayout {
     std::int32_t count;
     std::int32_t blockSize;
     std::int32_t step;
+};
+
+/// What a stage asks of its tiles.
+struct TileShape {
+    std::int32_t side;    ///< about, in samples
+    std::int32_t overlap; ///< samples that neighbouring tiles share
+    std::int32_t feather; ///< rim of a tile that is thrown away
 };
 
 /// Spreads tiles of about `block` samples evenly over a side. Sides below 1.25 blocks get one tile;
@@ -56,6 +64,14 @@ class BlockProcPmPnT {
                        std::int32_t newOutputCount, GIMG<std::int16_t>* const* newOutputs,
                        std::int32_t blockW, std::int32_t blockH, std::int32_t newOverlap,
                        std::int32_t newFeather);
+
+    /// The same for tiles of a shape; false for 0.
+    bool setup(std::span<GIMG<std::int16_t>* const> newInputs,
+               std::span<GIMG<std::int16_t>* const> newOutputs, const TileShape& shape) {
+        return setup(static_cast<std::int32_t>(newInputs.size()), newInputs.data(),
+                     static_cast<std::int32_t>(newOutputs.size()), newOutputs.data(), shape.side,
+                     shape.side, shape.overlap, shape.feather) != 0;
+    }
 
     /// Gives out the next tile position, in row order; false when all are gone. Thread-safe.
     bool getABlockLoc(std::int32_t* x, std::int32_t* y);

@@ -13,6 +13,10 @@ namespace kt7 {
 struct NoiseNormalize {
     static constexpr std::int32_t tableSize = 32768;
 
+    /// Deviations from black and from white within which the curve counts less noise: what would
+    /// lie beyond the end is cut off there.
+    static constexpr float usualClipFactor = 0.95f;
+
     PrimPtr<std::int16_t> fwd;    ///< intensity to normalised value, non-decreasing
     PrimPtr<std::int16_t> inv;    ///< normalised value to intensity, non-decreasing
     float low = 0.0f;             ///< noise at black, where 1.0 is full intensity

@@ -53,7 +53,8 @@ std::int32_t measure(const PSImage& image, QxNoiseLevels& levels) {
 
     // Behind the tables the noise is the same at all intensities, so one wide band measures it.
     NoiseNormalize tables;
-    const float gain = tables.setup(low, mid, high, 0.95f) / (1e-9f + mid);
+    const float gain =
+        tables.setup(low, mid, high, NoiseNormalize::usualClipFactor) / (1e-9f + mid);
     {
         GIMG<std::int16_t> y(width, height), u(width, height), v(width, height);
         GIMG<std::int16_t>* const yuv[3] = {&y, &u, &v};

@@ -10,8 +10,6 @@
 namespace kt7 {
 namespace {
 
-constexpr float ones[4] = {1.0f, 1.0f, 1.0f, 1.0f};
-
 TEST(ThresholdTables, AreSymmetricAndFallWithTheGrain) {
     float table[64], previous[64];
     for (std::int32_t level = 0; level < 4; ++level) {
@@ -66,30 +64,6 @@ TEST(ThresholdTables, MixNeighbouringSetsContinuously) {
         for (std::int32_t i = 0; i < 64; ++i)
             ASSERT_EQ(below[i], above[i]) << grain;
     }
-}
-
-TEST(Denoise3DCT, TakesItsNumbersFromTheMode) {
-    Denoise3DCT denoiser;
-    struct Case {
-        bool fast;
-        std::int32_t trees[4], checks[4], step[4];
-    };
-    for (const Case& c : {Case{true, {1, 2, 2, 2}, {16, 24, 32, 32}, {3, 3, 3, 3}},
-                          Case{false, {2, 4, 2, 2}, {24, 32, 32, 32}, {2, 2, 3, 3}}}) {
-        denoiser.setParams(c.fast, 0.3f, ones, ones, 0.0f, 0.0f, 0.0f);
-        for (std::int32_t layer = 0; layer < 4; ++layer) {
-            EXPECT_EQ(denoiser.numTrees[layer], c.trees[layer]);
-            EXPECT_EQ(denoiser.checks[layer], c.checks[layer]);
-            EXPECT_EQ(denoiser.blockStep[layer], c.step[layer]);
-        }
-    }
-    for (const auto& [strength, luma, chroma] :
-         {std::tuple{0.0f, 4.0f, 8.0f}, {0.06f, 10.0f, 20.0f}, {0.08f, 10.0f, 24.0f}}) {
-        denoiser.setParams(false, 0.3f, ones, ones, 0.0f, strength, strength);
-        EXPECT_FLOAT_EQ(denoiser.lumaSmoothRange, luma);
-        EXPECT_FLOAT_EQ(denoiser.chromaSmoothRange, chroma);
-    }
-    EXPECT_EQ(denoiser.baseFactor, 0.2f);
 }
 
 TEST(Denoise3DCT, RefusesWhatItCannotRun) {

@@ -311,6 +311,7 @@ int main(int argc, char** argv) try {
     CLI11_PARSE(app, argc, argv);
 
     std::vector<double> costs;
+    costs.reserve(sizes.size());
     for (const double size : sizes)
         costs.push_back(
             measure(imagePath.empty() ? demoPicture(size) : repeatedPhoto(imagePath, size), threads,

@@ -44,7 +44,9 @@ std::int32_t cellsAcrossRange(float span, float sample) {
 } // namespace
 
 BilateralFilter::~BilateralFilter() noexcept(false) {
-    // A second exception while one is under way would end the process.
+    // What wrote over a guard may have hurt the results, so the call must fail, and the end of the
+    // filter's life is the last time to look. A second exception while one is under way would end
+    // the process.
     if (std::uncaught_exceptions() == 0)
         checkGuards();
 }

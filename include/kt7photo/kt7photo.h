@@ -40,18 +40,18 @@ uint32_t kt7PhotoVersion(void);
 /* Results. Below 0 a call was refused or failed; nothing was written then. */
 enum {
     kt7PhotoDone = 1,
-    kt7PhotoCancelled = 0,          /* the callback returned 0; nothing was written */
-    kt7PhotoNoMemory = -1,          /* memory ran out */
-    kt7PhotoBadStruct = -2,         /* a required pointer is null, or a size names no version */
-    kt7PhotoBadImage = -3,          /* a side below 1, a missing plane, or no address for a sample */
-    kt7PhotoBadFormat = -4,         /* an unknown sample type, colour model or kind of alpha */
-    kt7PhotoBadSteps = -5,          /* samples of a plane that overlap */
-    kt7PhotoBadSettings = -6,       /* an unknown quality, or a number that is out of its range */
-    kt7PhotoBadMask = -7,           /* a mask without data, of an unknown type or overlapping steps */
-    kt7PhotoBadNoise = -8,          /* handed-back noise that no measurement gives */
-    kt7PhotoImagesDiffer = -9,      /* source and target differ in size or colour model */
-    kt7PhotoInsideCallback = -10,   /* called from inside a progress callback */
-    kt7PhotoFailed = -11            /* an internal failure, or a callback that threw */
+    kt7PhotoCancelled = 0,        /* the callback returned 0; nothing was written */
+    kt7PhotoNoMemory = -1,        /* memory ran out */
+    kt7PhotoBadStruct = -2,       /* a required pointer is null, or a size names no version */
+    kt7PhotoBadImage = -3,        /* a side below 1, a missing plane, or no address for a sample */
+    kt7PhotoBadFormat = -4,       /* an unknown sample type, colour model or kind of alpha */
+    kt7PhotoBadSteps = -5,        /* samples of a plane that overlap */
+    kt7PhotoBadSettings = -6,     /* an unknown quality, or a number that is out of its range */
+    kt7PhotoBadMask = -7,         /* a mask without data, of an unknown type or overlapping steps */
+    kt7PhotoBadNoise = -8,        /* handed-back noise that no measurement gives */
+    kt7PhotoImagesDiffer = -9,    /* source and target differ in size or colour model */
+    kt7PhotoInsideCallback = -10, /* called from inside a progress callback */
+    kt7PhotoFailed = -11          /* an internal failure, or a callback that threw */
 };
 
 /* A sentence in English about a result, without a full stop; never null, owned by the library. */
@@ -59,11 +59,11 @@ const char* kt7PhotoResultText(int32_t result);
 
 /* Sample types. */
 enum {
-    kt7PhotoU8 = 1,    /* 0..255 */
-    kt7PhotoU16 = 2,   /* 0..65535 */
-    kt7PhotoU15 = 3,   /* 16-bit samples on the scale 0..32768; above counts as 32768 */
-    kt7PhotoHalf = 4,  /* IEEE 16-bit floats, 0..1 */
-    kt7PhotoFloat = 5  /* IEEE 32-bit floats, 0..1 */
+    kt7PhotoU8 = 1,   /* 0..255 */
+    kt7PhotoU16 = 2,  /* 0..65535 */
+    kt7PhotoU15 = 3,  /* 16-bit samples on the scale 0..32768; above counts as 32768 */
+    kt7PhotoHalf = 4, /* IEEE 16-bit floats, 0..1 */
+    kt7PhotoFloat = 5 /* IEEE 32-bit floats, 0..1 */
 };
 
 /* Colour models. Values are meant as the eye sees them (sRGB or any other gamma), not linear. */
@@ -93,12 +93,12 @@ typedef struct Kt7PhotoPlane {
  * Alpha stays as it is. Premultiplied colours are divided by alpha before and multiplied by it
  * after; where alpha is 0 they stay as they are. */
 typedef struct Kt7PhotoImage {
-    uint32_t size;      /* sizeof(Kt7PhotoImage) */
-    int32_t sampleType; /* kt7PhotoU8 ... kt7PhotoFloat, for all planes */
-    int32_t colours;    /* kt7PhotoGrey or kt7PhotoRgb */
-    int32_t alphaKind;  /* kt7PhotoNoAlpha ... kt7PhotoPremultiplied */
-    int32_t width;      /* pixels in a row, at least 1 */
-    int32_t height;     /* rows, at least 1 */
+    uint32_t size;           /* sizeof(Kt7PhotoImage) */
+    int32_t sampleType;      /* kt7PhotoU8 ... kt7PhotoFloat, for all planes */
+    int32_t colours;         /* kt7PhotoGrey or kt7PhotoRgb */
+    int32_t alphaKind;       /* kt7PhotoNoAlpha ... kt7PhotoPremultiplied */
+    int32_t width;           /* pixels in a row, at least 1 */
+    int32_t height;          /* rows, at least 1 */
     Kt7PhotoPlane planes[3]; /* red, green and blue, or grey alone */
     Kt7PhotoPlane alpha;     /* not looked at without alpha */
 } Kt7PhotoImage;
@@ -173,7 +173,8 @@ int32_t kt7PhotoSetLevels(Kt7PhotoNoise* noise, const QxNoiseLevels* levels);
 enum {
     kt7PhotoFast = 0, /* the denoiser with its quick search */
     kt7PhotoFull = 1, /* the denoiser with its thorough search: a little more detail */
-    kt7PhotoBest = 2  /* quick search, then a Wiener filter with the measured spectrum of the noise */
+    kt7PhotoBest =
+        2 /* quick search, then a Wiener filter with the measured spectrum of the noise */
 };
 
 /* Where a photo is denoised: 1 wholly, 0 not at all. One sample a pixel, of the photo's size, of any
@@ -186,7 +187,7 @@ typedef struct Kt7PhotoMask {
 
 /* What to do. kt7PhotoDefaults fills it in. */
 typedef struct Kt7PhotoSettings {
-    uint32_t size;  /* sizeof(Kt7PhotoSettings) */
+    uint32_t size;   /* sizeof(Kt7PhotoSettings) */
     int32_t quality; /* kt7PhotoBest */
 
     /* How much of the noise to take out, each 0 to 100. luma and colour are multiplied by strength;

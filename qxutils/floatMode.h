@@ -23,6 +23,17 @@ inline void flushDenormals() noexcept {
 #endif
 }
 
+/// Undoes flushDenormals, but for the exception mask.
+inline void keepDenormals() noexcept {
+#if defined(__x86_64__)
+    _mm_setcsr(_mm_getcsr() & ~0x8040u);
+#elif defined(__aarch64__)
+    std::uint64_t mode = 0;
+    asm volatile("mrs %0, fpcr" : "=r"(mode));
+    asm volatile("msr fpcr, %0" : : "r"(mode & ~(std::uint64_t{1} << 24)));
+#endif
+}
+
 /// Gives this thread the library's mode while it lives: no exception stops the program, results are
 /// rounded to nearest, denormals are flushed. Then the mode before is back, flags included. The
 /// compiler knows nothing of it, so what is to run in this mode has to be a call of its own.

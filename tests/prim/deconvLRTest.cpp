@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "prim/kernels/select.h"
+#include "tests/support/targets.h"
 
 namespace kt7 {
 namespace {
@@ -100,45 +100,42 @@ struct Case {
     bool gaussian;
     std::int32_t width, height, iterations;
 };
-class DeconvLR : public testing::TestWithParam<Case> {};
+constexpr Case cases[] = {{3, true, 33, 20, 5},  {5, true, 47, 31, 8},  {7, true, 6, 40, 5},
+                          {9, true, 40, 35, 10}, {9, true, 1, 1, 3},    {3, false, 30, 17, 4},
+                          {5, false, 9, 22, 3},  {4, false, 21, 19, 3}, {1, false, 8, 5, 2},
+                          {11, true, 30, 15, 3}};
+
+class DeconvLR : public test::OnTarget {};
 
 TEST_P(DeconvLR, AgreesWithPlainLoops) {
-    const Case c = GetParam();
-    std::mt19937 random(3);
-    std::uniform_real_distribution<double> uniform(0.01, 1.0);
-    Matrix k{c.K, c.K}, src{c.width, c.height};
-    const double middle = (c.K - 1) / 2;
-    for (std::int32_t j = 0; j < c.K; ++j)
-        for (std::int32_t i = 0; i < c.K; ++i)
-            k.at(i, j) = c.gaussian
-                             ? std::exp(-(std::pow(i - middle, 2) + std::pow(j - middle, 2)) / c.K)
-                             : uniform(random);
-    double sum = 0;
-    for (const double w : k.v)
-        sum += w;
-    for (double& w : k.v)
-        w /= sum;
-    for (double& v : src.v)
-        v = uniform(random);
-    src.at(0, 0) = src.at(c.width - 1, c.height - 1) = 0.0;
-    const Matrix expected = reference(src, k, c.iterations, 1e-4);
-    for (const CpuTarget target : {CpuTarget::generic, CpuTarget::avx2, CpuTarget::avx512}) {
-        if (target > bestCpuTarget())
-            continue;
-        selectKernels(target);
+    for (const Case& c : cases) {
+        std::mt19937 random(3);
+        std::uniform_real_distribution<double> uniform(0.01, 1.0);
+        Matrix k{c.K, c.K}, src{c.width, c.height};
+        const double middle = (c.K - 1) / 2;
+        for (std::int32_t j = 0; j < c.K; ++j)
+            for (std::int32_t i = 0; i < c.K; ++i)
+                k.at(i, j) =
+                    c.gaussian
+                        ? std::exp(-(std::pow(i - middle, 2) + std::pow(j - middle, 2)) / c.K)
+                        : uniform(random);
+        double sum = 0;
+        for (const double w : k.v)
+            sum += w;
+        for (double& w : k.v)
+            w /= sum;
+        for (double& v : src.v)
+            v = uniform(random);
+        src.at(0, 0) = src.at(c.width - 1, c.height - 1) = 0.0;
+        const Matrix expected = reference(src, k, c.iterations, 1e-4);
         const std::vector<float> actual = restored(src, k, c.iterations, 1e-4f);
         for (std::size_t i = 0; i < actual.size(); ++i)
-            ASSERT_NEAR(double{actual[i]}, expected.v[i], 2e-5 * (1 + expected.v[i])) << i;
+            ASSERT_NEAR(double{actual[i]}, expected.v[i], 2e-5 * (1 + expected.v[i]))
+                << c.K << ' ' << c.width << ' ' << i;
     }
-    selectKernels(bestCpuTarget());
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, DeconvLR,
-                         testing::Values(Case{3, true, 33, 20, 5}, Case{5, true, 47, 31, 8},
-                                         Case{7, true, 6, 40, 5}, Case{9, true, 40, 35, 10},
-                                         Case{9, true, 1, 1, 3}, Case{3, false, 30, 17, 4},
-                                         Case{5, false, 9, 22, 3}, Case{4, false, 21, 19, 3},
-                                         Case{1, false, 8, 5, 2}, Case{11, true, 30, 15, 3}));
+KT7_ON_EVERY_TARGET(DeconvLR);
 
 TEST(DeconvLRStatus, RefusesBadArguments) {
     const float kernel[9] = {0, 0, 0, 0, 1, 0, 0, 0, 0};

@@ -7,8 +7,8 @@
 #include <cmath>
 #include <random>
 
-#include "prim/kernels/select.h"
 #include "qxenhlib/noiseShape.h"
+#include "tests/support/targets.h"
 
 namespace kt7 {
 namespace {
@@ -98,7 +98,10 @@ double greatestDifference(const GIMG<float>& a, const GIMG<float>& b) {
 
 // Reused for a second tile with other kernels, at several thread counts, with padding, with other
 // rules.
-TEST(CDTDWT2dDnCbCr, EqualsTheWorkOnWholeBands) {
+class ChromaKernels : public test::OnTarget {};
+KT7_ON_EVERY_TARGET(ChromaKernels);
+
+TEST_P(ChromaKernels, EqualTheWorkOnWholeBands) {
     struct Case {
         std::int32_t width, height, threads;
         Sigmas sigma;
@@ -121,7 +124,7 @@ TEST(CDTDWT2dDnCbCr, EqualsTheWorkOnWholeBands) {
         denoiser.useLumaGain[c.level] ^= (c.flags & 1) != 0;
         denoiser.useChromaGain[c.level] ^= (c.flags & 2) != 0;
         for (std::int32_t turn = 0; turn < 2; ++turn) {
-            selectKernels(turn == 0 ? CpuTarget::generic : bestCpuTarget());
+            selectKernels(turn == 0 ? CpuTarget::generic : GetParam());
             Tiles fast(c.width, c.height), slow(c.width, c.height);
             ASSERT_EQ(denoiser.denoiseC(fast.y, fast.cb, fast.cr, c.sigma.cb, c.sigma.cr, c.shape,
                                         c.sigma.y, 0.3f),

@@ -53,8 +53,11 @@ Session& sessionOf(png_structp png) {
     sessionOf(png).fail(text);
 }
 
+/// Past its limits libpng goes on and unpacks each further chunk for nothing.
 void onWarning(png_structp png, png_const_charp text) {
     Session& session = sessionOf(png);
+    if (std::strstr(text, "chunk cache") != nullptr || std::strstr(text, "memory") != nullptr)
+        session.fail("has more metadata than a photo needs");
     if (session.warning[0] == '\0')
         std::snprintf(session.warning, sizeof session.warning, "%s", text);
 }
@@ -265,15 +268,6 @@ void setLimits(Session& session) {
     png_set_keep_unknown_chunks(session.png, PNG_HANDLE_CHUNK_ALWAYS, kept, 2);
 }
 
-/// What libpng has left out is not left out unsaid.
-void checkWarning(const Session& session, Photo& photo) {
-    const std::string_view text = session.warning;
-    if (text.find("chunk cache") != text.npos || text.find("memory") != text.npos)
-        throw CodecError("has more metadata than a photo needs: " + std::string(text));
-    if (!text.empty())
-        photo.remarks.push_back("a damaged part (" + std::string(text) + ")");
-}
-
 Photo decodePng(std::span<const std::uint8_t> bytes, Depth depth) {
     Photo photo;
     Reader reader;
@@ -292,8 +286,9 @@ Photo decodePng(std::span<const std::uint8_t> bytes, Depth depth) {
     const auto read = [&](const auto& body) {
         if (!guarded(reader.jump, body)) {
             const std::string_view text = reader.error;
-            throw CodecError((text.starts_with("is damaged") ? "" : "is damaged: ") +
-                             std::string(text));
+            throw CodecError(
+                (text.starts_with("is ") || text.starts_with("has ") ? "" : "is damaged: ") +
+                std::string(text));
         }
     };
     read([&] { png_read_info(png, info); });
@@ -329,7 +324,9 @@ Photo decodePng(std::span<const std::uint8_t> bytes, Depth depth) {
                 png_read_row(png, image.data() + y * rowBytes, nullptr);
         png_read_end(png, info);
     });
-    checkWarning(reader, photo);
+    // What libpng has left out is not left out unsaid.
+    if (reader.warning[0] != '\0')
+        photo.remarks.push_back(std::string("a damaged part (") + reader.warning + ")");
     takeMetadata(reader, photo);
     takeColours(reader, photo.metadata);
 

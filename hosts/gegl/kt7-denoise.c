@@ -81,8 +81,6 @@ property_boolean(cancel, "Cancel", FALSE)
               "the picture unchanged.")
   ui_meta("role", "output-extent")
 
-/* clang-format on */
-
 #else
 
 #include <libintl.h> /* for gegl-op.h */
@@ -90,6 +88,7 @@ property_boolean(cancel, "Cancel", FALSE)
 #define GEGL_OP_FILTER
 #define GEGL_OP_NAME kt7_denoise
 #define GEGL_OP_C_SOURCE kt7-denoise.c
+/* clang-format on */
 
 #include "gegl-op.h"
 
@@ -97,21 +96,23 @@ property_boolean(cancel, "Cancel", FALSE)
 
 /* Samples as kt7photo takes them, nearest to those of the source, in the source's own space: gamma
  * as that space has it, straight alpha. */
-static const Babl *working_format(GeglOperation *operation, Kt7PhotoImage *image) {
-    const Babl *source = gegl_operation_get_source_format(operation, "input");
-    const Babl *space = gegl_operation_get_source_space(operation, "input");
-    const Babl *type = source ? babl_format_get_type(source, 0) : babl_type("float");
+static const Babl* working_format(GeglOperation* operation, Kt7PhotoImage* image) {
+    const Babl* source = gegl_operation_get_source_format(operation, "input");
+    const Babl* space = gegl_operation_get_source_space(operation, "input");
+    const Babl* type = source ? babl_format_get_type(source, 0) : babl_type("float");
     const gboolean palette = source && babl_format_is_palette(source);
     const gboolean grey =
         source && !palette &&
         (babl_get_model_flags(babl_format_get_model(source)) & BABL_MODEL_FLAG_GRAY);
     const gboolean alpha = !source || palette || babl_format_has_alpha(source);
     const gboolean eight = type == babl_type("u8"), sixteen = type == babl_type("u16");
-    static const char *const models[2][2] = {{"R'G'B'", "R'G'B'A"}, {"Y'", "Y'A"}};
+    static const char* const models[2][2] = {{"R'G'B'", "R'G'B'A"}, {"Y'", "Y'A"}};
 
     char name[32];
     g_snprintf(name, sizeof name, "%s %s", models[grey][alpha],
-               eight ? "u8" : sixteen ? "u16" : "float");
+               eight     ? "u8"
+               : sixteen ? "u16"
+                         : "float");
     image->size = sizeof *image;
     image->sampleType = eight ? kt7PhotoU8 : sixteen ? kt7PhotoU16 : kt7PhotoFloat;
     image->colours = grey ? kt7PhotoGrey : kt7PhotoRgb;
@@ -119,57 +120,58 @@ static const Babl *working_format(GeglOperation *operation, Kt7PhotoImage *image
     return babl_format_with_space(name, space);
 }
 
-static void prepare(GeglOperation *operation) {
+static void prepare(GeglOperation* operation) {
     Kt7PhotoImage image;
-    const Babl *format = working_format(operation, &image);
+    const Babl* format = working_format(operation, &image);
     gegl_operation_set_format(operation, "input", format);
     gegl_operation_set_format(operation, "output", format);
 }
 
 /* The whole picture, since noise is measured from all of it and tiles would show seams; the region
  * asked for where the picture has no bounds. */
-static GeglRectangle whole(GeglOperation *operation, const GeglRectangle *roi) {
-    const GeglRectangle *bounds = gegl_operation_source_get_bounding_box(operation, "input");
+static GeglRectangle whole(GeglOperation* operation, const GeglRectangle* roi) {
+    const GeglRectangle* bounds = gegl_operation_source_get_bounding_box(operation, "input");
     if (!bounds || gegl_rectangle_is_infinite_plane(bounds))
         return *roi;
     return *bounds;
 }
 
-static GeglRectangle get_required_for_output(GeglOperation *operation, const gchar *input_pad,
-                                             const GeglRectangle *roi) {
+static GeglRectangle get_required_for_output(GeglOperation* operation, const gchar* input_pad,
+                                             const GeglRectangle* roi) {
     (void)input_pad;
     return whole(operation, roi);
 }
 
-static GeglRectangle get_cached_region(GeglOperation *operation, const GeglRectangle *roi) {
+static GeglRectangle get_cached_region(GeglOperation* operation, const GeglRectangle* roi) {
     return whole(operation, roi);
 }
 
-static GeglRectangle get_invalidated_by_change(GeglOperation *operation, const gchar *input_pad,
-                                               const GeglRectangle *roi) {
+static GeglRectangle get_invalidated_by_change(GeglOperation* operation, const gchar* input_pad,
+                                               const GeglRectangle* roi) {
     (void)input_pad;
     return whole(operation, roi);
 }
 
-static int32_t report(double done, void *operation) {
-    gegl_operation_progress(operation, done, (gchar *)"Denoising");
+static int32_t report(double done, void* operation) {
+    gegl_operation_progress(operation, done, (gchar*)"Denoising");
     return !GEGL_PROPERTIES(operation)->cancel;
 }
 
 /* Levels given by hand take the place of the measured ones; the shape of the noise is measured. */
-static int32_t with_levels(const GeglProperties *o, const Kt7PhotoImage *image,
-                           Kt7PhotoSettings *settings, Kt7PhotoNoise *noise) {
+static int32_t with_levels(const GeglProperties* o, const Kt7PhotoImage* image,
+                           Kt7PhotoSettings* settings, Kt7PhotoNoise* noise) {
     const int32_t result = kt7PhotoMeasure(image, settings, noise);
     if (result != kt7PhotoDone)
         return result;
-    const QxNoiseLevels levels = {(float)o->luma_mid, (float)o->chroma_u,  (float)o->chroma_v,
-                                  (float)o->luma_low, (float)o->luma_high, noise->levels.noiseGrain};
+    const QxNoiseLevels levels = {(float)o->luma_mid,  (float)o->chroma_u,
+                                  (float)o->chroma_v,  (float)o->luma_low,
+                                  (float)o->luma_high, noise->levels.noiseGrain};
     settings->noise = noise;
     return kt7PhotoSetLevels(noise, &levels);
 }
 
-static int32_t denoise(GeglOperation *operation, const Kt7PhotoImage *image) {
-    const GeglProperties *o = GEGL_PROPERTIES(operation);
+static int32_t denoise(GeglOperation* operation, const Kt7PhotoImage* image) {
+    const GeglProperties* o = GEGL_PROPERTIES(operation);
     static const int32_t qualities[] = {kt7PhotoFast, kt7PhotoFull, kt7PhotoBest};
     Kt7PhotoSettings settings = {.size = sizeof settings};
     Kt7PhotoNoise noise = {.size = sizeof noise};
@@ -192,12 +194,12 @@ static int32_t denoise(GeglOperation *operation, const Kt7PhotoImage *image) {
     return kt7PhotoDenoise(image, image, &settings);
 }
 
-static gboolean process(GeglOperation *operation, GeglBuffer *input, GeglBuffer *output,
-                        const GeglRectangle *roi, gint level) {
+static gboolean process(GeglOperation* operation, GeglBuffer* input, GeglBuffer* output,
+                        const GeglRectangle* roi, gint level) {
     Kt7PhotoImage image;
-    const Babl *format = working_format(operation, &image);
+    const Babl* format = working_format(operation, &image);
     const gint64 rowBytes = (gint64)roi->width * babl_format_get_bytes_per_pixel(format);
-    void *pixels;
+    void* pixels;
     int32_t result;
 
     if (roi->width < 1 || roi->height < 1)
@@ -222,9 +224,9 @@ static gboolean process(GeglOperation *operation, GeglBuffer *input, GeglBuffer 
     return TRUE;
 }
 
-static void gegl_op_class_init(GeglOpClass *klass) {
-    GeglOperationClass *operation = GEGL_OPERATION_CLASS(klass);
-    GeglOperationFilterClass *filter = GEGL_OPERATION_FILTER_CLASS(klass);
+static void gegl_op_class_init(GeglOpClass* klass) {
+    GeglOperationClass* operation = GEGL_OPERATION_CLASS(klass);
+    GeglOperationFilterClass* filter = GEGL_OPERATION_FILTER_CLASS(klass);
 
     operation->prepare = prepare;
     operation->get_required_for_output = get_required_for_output;
@@ -235,8 +237,8 @@ static void gegl_op_class_init(GeglOpClass *klass) {
     filter->process = process;
 
     gegl_operation_class_set_keys(
-        operation, "name", "kt7:denoise", "title", "Denoise photo", "categories", "enhance:noise-reduction",
-        "description",
+        operation, "name", "kt7:denoise", "title", "Denoise photo", "categories",
+        "enhance:noise-reduction", "description",
         "Takes the noise out of a photo, blindly: measures it and adapts to it. Works on the whole "
         "picture at once.",
         NULL);

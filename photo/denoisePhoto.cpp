@@ -280,12 +280,12 @@ void denoisePhoto(const Kt7PhotoImage& source, const Kt7PhotoImage& target,
         for (std::int32_t round = 0; round < noise->rounds; ++round) {
             progress.enterPart(std::lerp(pilotEnd, stageEnd, 1.0 * round / noise->rounds),
                                std::lerp(pilotEnd, stageEnd, (round + 1.0) / noise->rounds));
-            wienerStage(
-                noisy, planes,
-                stageNoise(
-                    *noise, luma * luma * (round == 0 ? noise->lumaWeight : rule::secondLuma),
-                    colour * colour * (round == 0 ? noise->colourWeight : rule::secondColour)),
-                progress);
+            const bool first = round == 0;
+            StageNoise taken =
+                stageNoise(*noise, luma * luma * (first ? noise->lumaWeight : rule::secondLuma),
+                           colour * colour * (first ? noise->colourWeight : rule::secondColour));
+            taken.smallGroups = !first;
+            wienerStage(noisy, planes, taken, progress);
         }
         auto stage = std::make_unique<PlanesResult>(std::move(noisy), std::move(planes));
         if (looksAfter) {

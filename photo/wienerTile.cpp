@@ -168,14 +168,15 @@ void TileFilter::filterPlane(const StageNoise& noise, std::int32_t plane, const 
     std::fill(sums_.begin(), sums_.end(), 0.0f);
     std::fill(weights_.begin(), weights_.end(), 0.0f);
     float power[blockSamples];
-    GroupArguments group{noisySpectra_.data(),
-                         pilotSpectra_.data(),
-                         sums_.data(),
-                         weights_.data(),
-                         placeColumns,
-                         nullptr,
-                         power,
-                         window_};
+    GroupArguments group{};
+    group.noisy = noisySpectra_.data();
+    group.pilot = pilotSpectra_.data();
+    group.sums = sums_.data();
+    group.weights = weights_.data();
+    group.width = placeColumns;
+    group.blocks = noise.smallGroups ? groupBlocks / 2 : groupBlocks;
+    group.noise = power;
+    group.window = window_;
     for (std::int32_t row = 0; row < frame.rows; ++row)
         for (std::int32_t column = 0; column < frame.columns; ++column) {
             const auto reference = static_cast<std::size_t>(row * tileColumns + column);

@@ -72,6 +72,7 @@ struct GroupArguments {
     float* weights;             // sum of the weights of the blocks that start at a place
     std::int32_t width;         // places in a row
     const std::int32_t* places; // of the group's blocks, the reference first, from best to worst
+    std::int32_t blocks;        // groupBlocks or half as many
     const float* noise;         // [8][8] power that the filter takes for noise, above 0
     const float* window;        // [8] down a block
 };

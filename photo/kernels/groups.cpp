@@ -9,12 +9,13 @@
 namespace kt7::photo {
 namespace {
 
-constexpr int pairs = groupBlocks / 2;
+// A group is eight pairs or twice as many.
+constexpr int mostPairs = groupBlocks / 2;
 constexpr int pairRow = 2 * blockSide;
 constexpr int pairSamples = blockSide * pairRow;
 constexpr int pieces = pairRow / lanes; // vectors in a row of a pair
 
-using Group = float[pairs * pairSamples];
+using Group = float[mostPairs * pairSamples];
 
 // Eight-point DCT: root of 1/8, and cos(k pi / 16) / 2.
 constexpr float r8 = 0.35355339f, c1 = 0.49039264f, c2 = 0.46193977f, c3 = 0.41573481f,
@@ -80,6 +81,7 @@ KT7_INLINE void addPair(const Lanes& v, float* first, float* second, int piece) 
 }
 #endif
 
+template <int pairs>
 KT7_INLINE void loadGroup(const float* spectra, const GroupArguments& g, Group& group) {
     const std::ptrdiff_t down = std::ptrdiff_t{g.width} * blockSide;
     for (int q = 0; q < pairs; ++q) {
@@ -98,6 +100,7 @@ KT7_INLINE void loadGroup(const float* spectra, const GroupArguments& g, Group& 
     }
 }
 
+template <int pairs>
 KT7_INLINE void addGroup(Group& group, const GroupArguments& g, float weight) {
     const std::ptrdiff_t down = std::ptrdiff_t{g.width} * blockSide;
     float window[blockSide];
@@ -147,11 +150,13 @@ KT7_INLINE void stepDown(Lanes& z0, Lanes& z1, Lanes& p0, Lanes& p1, const Lanes
     wiener<depth>(z1, p1, noise, power);
 }
 
-/// Four steps down over 16 pairs that lie pairSamples apart. Sums are left in place 0, unfiltered.
+/// Three or four steps down over pairs that lie pairSamples apart. Sums are left in place 0,
+/// unfiltered.
+template <int halves>
 KT7_INLINE void shrinkDown(float* noisy, float* pilot, const Lanes& noise, Lanes& power) {
     Lanes zSums[2], pSums[2];
 #pragma GCC unroll 2
-    for (int half = 0; half < 2; ++half) {
+    for (int half = 0; half < halves; ++half) {
         float* zHalf = noisy + half * 8 * pairSamples;
         const float* pHalf = pilot + half * 8 * pairSamples;
         Lanes z[8], p[8];
@@ -173,15 +178,18 @@ KT7_INLINE void shrinkDown(float* noisy, float* pilot, const Lanes& noise, Lanes
         zSums[half] = z[0];
         pSums[half] = p[0];
     }
-    stepDown<4>(zSums[0], zSums[1], pSums[0], pSums[1], noise, power);
+    if constexpr (halves == 2) {
+        stepDown<4>(zSums[0], zSums[1], pSums[0], pSums[1], noise, power);
+        store(zSums[1], noisy + 8 * pairSamples);
+    }
     store(zSums[0], noisy);
-    store(zSums[1], noisy + 8 * pairSamples);
     store(pSums[0], pilot);
 }
 
 /// The last step, between the two halves of a pair's rows, and back. Gives the filter's power.
+template <int halves>
 KT7_INLINE float shrinkTop(float* noisy, const float* pilot, const float* noise) {
-    constexpr float growth = 32.0f;
+    constexpr float growth = 16.0f * halves;
     float power[blockSide] = {};
     for (int y = 0; y < blockSide; ++y) {
         float* z = noisy + y * pairRow;
@@ -209,12 +217,16 @@ KT7_INLINE float shrinkTop(float* noisy, const float* pilot, const float* noise)
     return total;
 }
 
-/// The four steps back up.
+/// The steps back up.
+template <int halves>
 KT7_INLINE void shrinkUp(float* noisy) {
-    Lanes sums[2] = {load(noisy), load(noisy + 8 * pairSamples)};
-    sumAndDifference(sums[0], sums[1]);
+    Lanes sums[2] = {load(noisy)};
+    if constexpr (halves == 2) {
+        sums[1] = load(noisy + 8 * pairSamples);
+        sumAndDifference(sums[0], sums[1]);
+    }
 #pragma GCC unroll 2
-    for (int half = 0; half < 2; ++half) {
+    for (int half = 0; half < halves; ++half) {
         float* zHalf = noisy + half * 8 * pairSamples;
         Lanes z[8];
         z[0] = sums[half];
@@ -234,23 +246,32 @@ KT7_INLINE void shrinkUp(float* noisy) {
     }
 }
 
-void filterGroup(const GroupArguments& g) {
+template <int halves>
+void filterGroupOf(const GroupArguments& g) {
+    constexpr int pairs = 8 * halves;
     alignas(64) Group noisy, pilot;
     alignas(64) float noise[pairSamples];
     for (int y = 0; y < blockSide; ++y)
         for (int x = 0; x < pairRow; ++x)
             noise[y * pairRow + x] = g.noise[y * blockSide + x % blockSide];
-    loadGroup(g.noisy, g, noisy);
-    loadGroup(g.pilot, g, pilot);
+    loadGroup<pairs>(g.noisy, g, noisy);
+    loadGroup<pairs>(g.pilot, g, pilot);
     Lanes powers{};
     for (int at = 0; at < pairSamples; at += lanes)
-        shrinkDown(noisy + at, pilot + at, load(noise + at), powers);
-    float power = shrinkTop(noisy, pilot, noise);
+        shrinkDown<halves>(noisy + at, pilot + at, load(noise + at), powers);
+    float power = shrinkTop<halves>(noisy, pilot, noise);
     for (int i = 0; i < lanes; ++i)
         power += powers[i];
     for (int at = 0; at < pairSamples; at += lanes)
-        shrinkUp(noisy + at);
-    addGroup(noisy, g, 1.0f / power);
+        shrinkUp<halves>(noisy + at);
+    addGroup<pairs>(noisy, g, 1.0f / power);
+}
+
+void filterGroup(const GroupArguments& g) {
+    if (g.blocks == groupBlocks)
+        filterGroupOf<2>(g);
+    else
+        filterGroupOf<1>(g);
 }
 
 void rowSpectra(const float* from, const float* basis, float* spectra, std::int32_t count) {

@@ -51,7 +51,8 @@ void writePicture(const fs::path& path, const Picture& p) {
     photo.width = p.width;
     photo.height = p.height;
     photo.samples.assign(p.rgb.begin(), p.rgb.end());
-    kt7::tool::writePhoto(photo, path.string(), kt7::tool::pngFormat, 0);
+    kt7::tool::writePhoto(photo, path.string(), kt7::tool::pngFormat, 0,
+                          kt7::tool::Existing::replace);
 }
 
 double psnr(const Picture& a, const Picture& b) {

@@ -9,7 +9,15 @@ root=$(cd "$(dirname "$0")/.." && pwd)
     cmake --preset release -DKT7_BUILD_TESTS=OFF -DKT7_BUILD_BENCH=OFF >/dev/null &&
     cmake --build --preset release >&2)
 kt7="$root/build/release/bin/kt7"
+# Run twice, it replaces its own pictures and leaves a photo's result as it is.
 if [ $# -eq 0 ]; then
-    exec "$kt7" demo demo
+    set -- demo
+    [ ! -e demo/side-by-side.png ] || set -- "$@" --force
+    exec "$kt7" demo "$@"
 fi
-exec "$kt7" denoise "$@"
+for option in "$@"; do
+    case $option in
+    -f | --force | --skip-existing) exec "$kt7" denoise "$@" ;;
+    esac
+done
+exec "$kt7" denoise --skip-existing "$@"

@@ -109,25 +109,15 @@ class CommandLine : public testing::Test {
     std::string photo;
 };
 
-TEST_F(CommandLine, WritesFilesStreamsAndJson) {
+TEST_F(CommandLine, WritesFilesAndStreams) {
     EXPECT_EQ(run(denoise({photo, folder / "out.jpg"})).code, 0);
-    const Result quiet = run(denoise({photo, photo}));
+    const Result quiet = run(denoise({photo, photo, "-f"}));
     EXPECT_EQ(quiet.code, 0);
     EXPECT_EQ(quiet.out + quiet.err, "");
 
     const Result piped = run(denoise({"-", "-", "--format", "tif"}), {.in = photo});
     EXPECT_EQ(piped.code, 0) << piped.err;
     EXPECT_TRUE(piped.out.starts_with("II*"));
-
-    std::filesystem::create_directory(folder / "all");
-    const Result several = run(denoise({photo, folder / "demo/clean.png", folder / "missing.png",
-                                        "--out-dir", folder / "all", "--json", "--strength", "2"}));
-    EXPECT_EQ(several.code, 1);
-    EXPECT_EQ(several.lines(), 1) << several.err;
-    EXPECT_EQ(std::count(several.out.begin(), several.out.end(), '\n'), 2);
-    EXPECT_NE(several.out.find("\"lumaMid\":0.06,"), std::string::npos) << several.out;
-    EXPECT_TRUE(std::filesystem::exists(folder / "all/noisy.png"));
-    EXPECT_TRUE(std::filesystem::exists(folder / "all/clean.png"));
 }
 
 TEST_F(CommandLine, MeasuresTheNoiseByItself) {
@@ -138,7 +128,7 @@ TEST_F(CommandLine, MeasuresTheNoiseByItself) {
     const auto clean = pixelsOf(folder / "scene/clean.png");
     EXPECT_GT(psnr8(pixelsOf(folder / "out.png"), clean), psnr8(pixelsOf(noisy), clean) + 1.0);
 
-    const Result report = run({"denoise", noisy, folder / "out.png", "--fast", "--json"});
+    const Result report = run({"denoise", noisy, folder / "out.png", "--fast", "--json", "-f"});
     EXPECT_NE(report.out.find("\"estimated\":true"), std::string::npos) << report.out;
     // The same levels as a row and as an object.
     const Result row = run({"estimate", noisy, photo}), object = run({"estimate", noisy, "--json"});
@@ -158,41 +148,23 @@ TEST_F(CommandLine, EveryFailureIsOneLineAndLeavesNothing) {
     const struct {
         Arguments arguments;
         int code;
-    } cases[] = {{denoise({folder / "text.jpg", out}), 1},
-                 {denoise({folder / "cut.png", out}), 1},
-                 {denoise({folder / "nothing.png", out}), 1},
-                 {denoise({photo, folder / "none/o.png"}), 1},
-                 {denoise({photo, folder / "out"}), 1},
-                 {denoise({photo, folder / "out/o.doc"}), 1},
-                 {denoise({photo, "/dev/full", "--format", "png"}), 1},
-                 {denoise({photo, photo, "--out-dir", folder / "out"}), 1},
-                 {denoise({photo, photo, photo}), 1},
-                 {denoise({photo, "--out-dir", photo}), 1},
-                 {denoise({"-", "--out-dir", folder / "out"}), 1},
-                 {denoise({folder / "out", out}), 1},
-                 {denoise({photo, out, "--strength", "nan"}), 2},
-                 {denoise({photo, out, "--sharpen", "-1"}), 2},
-                 {denoise({photo, out, "--quality", "0"}), 2},
-                 {denoise({photo, out, "--no-such-option"}), 2},
-                 {{"denoise", photo, out, "--noise", "1,2,3"}, 2},
-                 {{"estimate", photo}, 1},
-                 {{"demo", folder / "none/demo"}, 1},
-                 {{"demo", folder / "out", "--size", "0x7"}, 2},
-                 {{"preview", photo, out, "--profile", folder / "text.jpg"}, 1},
-                 {{"preview", photo, out, "--width", "0"}, 2},
-                 {{"levels", folder / "text.jpg", out, "--view", "luma"}, 1},
-                 {{"levels", photo, out, "--view", "taste"}, 2},
-                 {{"paint"}, 2},
-                 {{}, 2}};
+    } cases[] = {
+        {denoise({folder / "text.jpg", out}), 1},
+        {denoise({folder / "cut.png", out}), 1},
+        {denoise({folder / "nothing.png", out}), 1},
+        {denoise({photo, folder / "out/o.doc"}), 1},
+        {denoise({folder / "out", out}), 1},
+        {{"estimate", photo}, 1},
+        {{"demo", folder / "none/demo"}, 1},
+        {{"preview", photo, out, "--profile", folder / "text.jpg"}, 1},
+        {{"levels", folder / "text.jpg", out, "--view", "luma"}, 1},
+    };
     for (const auto& [arguments, code] : cases) {
         const Result result = run(arguments);
         EXPECT_EQ(result.code, code) << testing::PrintToString(arguments);
         EXPECT_EQ(result.lines(), 1) << testing::PrintToString(arguments) << result.err;
         EXPECT_TRUE(result.err.starts_with("kt7: ")) << result.err;
     }
-    const Result full = run(denoise({photo, "-"}), {.out = "/dev/full"});
-    EXPECT_EQ(full.code, 1);
-    EXPECT_EQ(full.lines(), 1) << full.err;
     EXPECT_TRUE(std::filesystem::is_empty(folder / "out"));
 }
 
@@ -200,7 +172,7 @@ TEST_F(CommandLine, ShowsPhotosAtScreenSizeInScreenColours) {
     const Photo before = tool::readPhoto(photo);
     for (const std::int32_t width : {1, 7, 63, 64, 65, 128}) {
         const Result result =
-            run({"preview", photo, folder / "p.png", "--width", std::to_string(width)});
+            run({"preview", photo, folder / "p.png", "-f", "--width", std::to_string(width)});
         EXPECT_EQ(result.code, width == 1 ? 1 : 0) << result.err; // no row is left of 64 x 48
         if (result.code != 0)
             continue;
@@ -217,8 +189,9 @@ TEST_F(CommandLine, ShowsPhotosAtScreenSizeInScreenColours) {
     const auto screen =
         test::blockOf(test::matrixProfile(2.2, {0.64, 0.33, 1.0}, {0.30, 0.60, 1.0}));
     writeBytes(folder / "screen.icc", {screen.begin(), screen.end()});
-    ASSERT_EQ(run({"preview", photo, folder / "p.png", "--profile", folder / "screen.icc"}).code,
-              0);
+    ASSERT_EQ(
+        run({"preview", photo, folder / "p.png", "-f", "--profile", folder / "screen.icc"}).code,
+        0);
     ASSERT_EQ(run({"preview", folder / "p.png", folder / "back.png"}).code, 0);
     const Photo there = tool::readPhoto(folder / "p.png"),
                 back = tool::readPhoto(folder / "back.png");
@@ -231,8 +204,9 @@ TEST_F(CommandLine, ShowsPhotosAtScreenSizeInScreenColours) {
 TEST_F(CommandLine, EveryLevelsViewShowsWhatItSays) {
     const Photo before = tool::readPhoto(photo);
     const auto seen = [&](const char* view, const char* target) {
-        EXPECT_EQ(run({"levels", photo, folder / "v.png", "--view", view, "--target", target}).code,
-                  0);
+        EXPECT_EQ(
+            run({"levels", photo, folder / "v.png", "-f", "--view", view, "--target", target}).code,
+            0);
         return pixelsOf(folder / "v.png");
     };
     std::set<std::string> different;
@@ -252,19 +226,22 @@ TEST_F(CommandLine, EveryLevelsViewShowsWhatItSays) {
         ASSERT_EQ(blue[i], before.samples[i - i % 3 + 2]);
 }
 
+// The pipe ends when the last process that could write into it is gone.
 TEST_F(CommandLine, ASignalEndsTheWorkAndLeavesNothing) {
-    const std::string before = bytesOf(photo);
-    std::filesystem::create_directory(folder / "out");
-    for (const int number : {SIGINT, SIGTERM})
-        for (const std::string& out : {photo, folder / "out/o.png"}) {
+    const std::string before = bytesOf(photo), out = folder / "out";
+    std::filesystem::create_directory(out);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        for (const Arguments& rest :
+             {Arguments{photo, photo, "-f"}, Arguments{photo, out + "/o.png"},
+              Arguments{photo, folder / "demo/clean.png", "-j", "2", "--out-dir", out}}) {
             const Result result =
-                run(denoise({photo, out}),
+                run(denoise(rest),
                     {.environment = {"LD_LIBRARY_PATH=" KT7_STAND_IN}, .signal = number});
-            EXPECT_EQ(result.code, 128 + number) << result.err;
+            EXPECT_EQ(result.code, -number) << result.err;
             EXPECT_EQ(result.err, "");
         }
     EXPECT_EQ(bytesOf(photo), before);
-    EXPECT_TRUE(std::filesystem::is_empty(folder / "out"));
+    EXPECT_TRUE(std::filesystem::is_empty(out));
 }
 
 TEST_F(CommandLine, TellsWhyTheLibraryFailed) {

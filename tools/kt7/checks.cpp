@@ -1,7 +1,6 @@
 #include "tools/kt7/checks.h"
 
 #include <charconv>
-#include <cmath>
 
 namespace kt7::tool {
 
@@ -11,7 +10,8 @@ namespace {
 bool readAmount(const char*& at, const char* end, float& value) {
     const auto [rest, error] = std::from_chars(at, end, value);
     at = rest;
-    return error == std::errc() && std::isfinite(value) && value >= 0.0f;
+    constexpr float most = 100.0f; // beyond anything useful
+    return error == std::errc() && value >= 0.0f && value <= most;
 }
 
 bool readLevels(const std::string& text, std::array<float, 6>& levels) {
@@ -34,14 +34,14 @@ std::string checkAmount(const std::string& text) {
     const char* end = at + text.size();
     if (readAmount(at, end, value) && at == end)
         return {};
-    return "\"" + text + "\" is not a number of 0 or above";
+    return "\"" + text + "\" is not a number from 0 to 100";
 }
 
 std::string checkLevels(const std::string& text) {
     std::array<float, 6> levels{};
     if (readLevels(text, levels))
         return {};
-    return "\"" + text + "\" is not six numbers of 0 or above with commas";
+    return "\"" + text + "\" is not six numbers from 0 to 100 with commas";
 }
 
 std::array<float, 6> parseLevels(const std::string& text) {

@@ -6,7 +6,7 @@
 
 namespace kt7::tool {
 
-/// A finite number, 0 or above.
+/// A number from 0 to 100.
 std::string checkAmount(const std::string& text);
 
 /// Six amounts with commas between them.

@@ -13,8 +13,11 @@ class UserError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// The user pressed Ctrl-C, or the process was asked to end. Nothing is printed for it.
-struct Cancelled {};
+/// Arguments that make no sense; shown with how the command is used.
+class UsageError : public UserError {
+  public:
+    using UserError::UserError;
+};
 
 /// "path: text", with "-" spelled out.
 inline std::string about(const std::string& path, const std::string& text) {

@@ -24,7 +24,7 @@ Json jsonOf(const QxNoiseLevels& levels) {
 }
 
 std::string lineOf(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return json.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
 } // namespace kt7::tool

@@ -3,7 +3,6 @@
 #include "kt7lib/kt7lib.h"
 #include "tools/kt7/errors.h"
 #include "tools/kt7/files/sampleScale.h"
-#include "tools/kt7/signals.h"
 
 #include <algorithm>
 #include <iterator>
@@ -16,7 +15,7 @@ std::int32_t hearProgress(std::int32_t done, std::int32_t total, void* userData)
     const auto& onProgress = *static_cast<const std::function<void(double)>*>(userData);
     if (total > 0)
         onProgress(static_cast<double>(done) / total);
-    return pendingSignal() == 0;
+    return 1;
 }
 
 } // namespace
@@ -91,7 +90,6 @@ void removeNoise(Photo& photo, const DenoiseSettings& settings,
         &progress, &image, &settings.levels, settings.lumaSmooth * offRoundNumbers,
         settings.sharpen, settings.chromaMedian, settings.chromaSmooth * offRoundNumbers,
         settings.grain, settings.fast ? 0 : 1);
-    throwIfCancelled();
     // Our record and buffer are sound, so that -1000 means the same as the others.
     constexpr std::int32_t noMemory[] = {-1000, -999, -898, -892, -885};
     if (std::ranges::find(noMemory, result) != std::end(noMemory))

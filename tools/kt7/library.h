@@ -60,7 +60,7 @@ NoiseEstimate estimateNoise(const Photo& photo);
 QxNoiseLevels scaled(const QxNoiseLevels& levels, float lumaFactor, float chromaFactor);
 
 /// Denoises in place. `onProgress` hears fractions from 0 to 1. Raises UserError when the library
-/// fails and Cancelled when a signal came; the pixels are then as they were.
+/// fails; the pixels are then as they were.
 void removeNoise(Photo& photo, const DenoiseSettings& settings,
                  const std::function<void(double)>& onProgress);
 

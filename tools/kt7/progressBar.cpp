@@ -1,5 +1,7 @@
 #include "tools/kt7/progressBar.h"
 
+#include "tools/kt7/signals.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <sys/ioctl.h>
@@ -24,6 +26,12 @@ ProgressBar::ProgressBar(std::string label, bool wanted)
 ProgressBar::~ProgressBar() {
     if (drawn_ >= 0)
         std::fputs("\r\x1b[K", stderr);
+    setBarDrawn(false);
+}
+
+void ProgressBar::relabel(std::string label) {
+    label_ = std::move(label);
+    drawn_ = -1;
 }
 
 void ProgressBar::show(double fraction) {
@@ -31,9 +39,16 @@ void ProgressBar::show(double fraction) {
     if (!active_ || percent == drawn_)
         return;
     drawn_ = percent;
+    setBarDrawn(true);
     const int room = terminalColumns() - 1 - percentWidth;
     const int bar = std::clamp(room - 10, 0, barWidth);
-    const int label = std::max(0, std::min(room - bar, static_cast<int>(label_.size())));
+    int label = std::max(0, std::min(room - bar, static_cast<int>(label_.size())));
+    const auto isInsideCharacter = [&] { // of UTF-8
+        const auto at = static_cast<std::size_t>(label);
+        return label > 0 && at < label_.size() && (label_[at] & 0xC0) == 0x80;
+    };
+    while (isInsideCharacter())
+        --label;
     const int filled = bar * percent / 100;
     std::fprintf(stderr, "\r%.*s [%s%s] %3d%%", label, label_.c_str(),
                  std::string(static_cast<std::size_t>(filled), '#').c_str(),

@@ -9,10 +9,13 @@ namespace kt7::tool {
 /// object goes.
 class ProgressBar {
   public:
+    /// The label is cut to what the terminal holds; it must be free of control characters.
     ProgressBar(std::string label, bool wanted);
     ~ProgressBar();
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
+
+    void relabel(std::string label);
 
     /// `fraction` is 0..1.
     void show(double fraction);

@@ -1,29 +1,33 @@
 #include "tools/kt7/signals.h"
 
-#include "tools/kt7/errors.h"
-
+#include <array>
 #include <atomic>
 #include <csignal>
-#include <cstring>
+#include <cstdio>
+#include <sched.h>
 #include <unistd.h>
 
 namespace kt7::tool {
 namespace {
 
-volatile std::sig_atomic_t received = 0;
-volatile std::sig_atomic_t doomedSet = 0;
-char doomedPath[4096];
-std::atomic<int> endingAtOnce{0};
-static_assert(std::atomic<int>::is_always_lock_free);
+constexpr int endingSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
-// Only calls that are safe inside a handler.
+std::array<char, 4096> doomedPath;
+std::atomic<bool> doomedSet{false}, beingMade{false}, barDrawn{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
+sigset_t maskBefore;
+
+// Only calls that are safe inside a handler. It may run on any thread, but never on one that is
+// making the file.
 void onSignal(int number) {
-    if (received != 0 || endingAtOnce.load() > 0) {
-        if (doomedSet != 0)
-            unlink(doomedPath);
-        _exit(128 + number);
-    }
-    received = number;
+    for (int patience = 0; beingMade && patience < 1000000; ++patience)
+        sched_yield();
+    if (doomedSet)
+        unlink(doomedPath.data());
+    constexpr char wipe[] = "\r\x1b[K";
+    if (barDrawn && write(STDERR_FILENO, wipe, sizeof wipe - 1) < 0)
+        barDrawn = false;
+    raise(number); // which now ends the process as if nobody had listened
 }
 
 } // namespace
@@ -31,9 +35,10 @@ void onSignal(int number) {
 void installSignalHandlers() {
     struct sigaction action = {};
     action.sa_handler = onSignal;
+    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
     sigemptyset(&action.sa_mask);
-    // A signal that is ignored on entry (nohup) stays ignored.
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : endingSignals) {
+        // A signal that is ignored on entry (nohup) stays ignored.
         struct sigaction before = {};
         sigaction(number, nullptr, &before);
         if (before.sa_handler != SIG_IGN)
@@ -43,37 +48,29 @@ void installSignalHandlers() {
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
-int pendingSignal() noexcept {
-    return received;
+DoomedFileMaking::DoomedFileMaking(const char* path) noexcept {
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int number : endingSignals)
+        sigaddset(&ending, number);
+    pthread_sigmask(SIG_BLOCK, &ending, &maskBefore);
+    doomedSet = false;
+    beingMade = true;
+    std::snprintf(doomedPath.data(), doomedPath.size(), "%s", path);
+    doomedSet = true;
 }
 
-void throwIfCancelled() {
-    if (received != 0)
-        throw Cancelled{};
+DoomedFileMaking::~DoomedFileMaking() {
+    beingMade = false;
+    pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
 }
 
-EndAtOnce::EndAtOnce() {
-    endingAtOnce.fetch_add(1);
-    if (received == 0)
-        return;
-    endingAtOnce.fetch_sub(1);
-    throw Cancelled{};
+void forgetDoomedFile() noexcept {
+    doomedSet = false;
 }
 
-EndAtOnce::~EndAtOnce() {
-    endingAtOnce.fetch_sub(1);
-}
-
-bool setDoomedFile(const char* path) noexcept {
-    doomedSet = 0;
-    if (path == nullptr)
-        return true;
-    const std::size_t bytes = std::strlen(path) + 1;
-    if (bytes > sizeof doomedPath)
-        return false;
-    std::memcpy(doomedPath, path, bytes);
-    doomedSet = 1;
-    return true;
+void setBarDrawn(bool drawn) noexcept {
+    barDrawn = drawn;
 }
 
 } // namespace kt7::tool

@@ -1,30 +1,27 @@
-// Ctrl-C and its relatives: the first one asks the work to stop, the second one ends the process.
+// Ctrl-C and its relatives end the process at once, and nothing half-made stays behind.
 #pragma once
 
 namespace kt7::tool {
 
 /// Installs the handlers of SIGINT, SIGTERM and SIGHUP, and turns a closed pipe into a write error.
+/// Whatever runs is left where it is: a codec or a denoiser can't be asked to hurry.
 void installSignalHandlers();
 
-/// Signal that asked for the end, or 0.
-int pendingSignal() noexcept;
-
-/// Throws Cancelled when a signal has come.
-void throwIfCancelled();
-
-/// While one lives, a signal ends the process at once: for work that can't be asked to stop, such as
-/// decoding, and that leaves nothing behind but the file that setDoomedFile names. Raises Cancelled
-/// when one came before.
-class EndAtOnce {
+/// Names a file that must not outlive the process, and lives while that file is being made: a
+/// signal waits for it. One file at a time; paths of up to 4095 bytes, which is all that the system
+/// takes.
+class DoomedFileMaking {
   public:
-    EndAtOnce();
-    ~EndAtOnce();
-    EndAtOnce(const EndAtOnce&) = delete;
-    EndAtOnce& operator=(const EndAtOnce&) = delete;
+    explicit DoomedFileMaking(const char* path) noexcept;
+    ~DoomedFileMaking();
+    DoomedFileMaking(const DoomedFileMaking&) = delete;
+    DoomedFileMaking& operator=(const DoomedFileMaking&) = delete;
 };
 
-/// Names a file that must not outlive the process (null: none any more). Paths too long to hold are
-/// refused with false. One file at a time.
-bool setDoomedFile(const char* path) noexcept;
+/// The file is gone, or has its place.
+void forgetDoomedFile() noexcept;
+
+/// Tells that the last line of the terminal is a progress bar, which a signal wipes.
+void setBarDrawn(bool drawn) noexcept;
 
 } // namespace kt7::tool

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <sys/resource.h>
+#include <sys/xattr.h>
 #include <vector>
 
 namespace kt7::tool {
@@ -17,17 +18,26 @@ namespace fs = std::filesystem;
 TEST(AtomicOutput, ReplacesWholeFilesAndKeepsTheirMode) {
     const ScratchFolder folder;
     constexpr std::uint8_t bytes[] = {'n', 'e', 'w'};
-    publish(bytes, folder / "fresh");
+    publish(bytes, folder / "fresh", Existing::refuse);
     EXPECT_EQ(bytesOf(folder / "fresh"), "new");
 
     writeBytes(folder / "old", "something longer than before");
     fs::permissions(folder / "old", fs::perms::owner_read | fs::perms::owner_write);
+    // Not every file system has them.
+    const bool attributes =
+        setxattr((folder / "old").c_str(), "user.rating", "5", 1, XATTR_CREATE) == 0;
     fs::create_symlink("old", folder / "link");
-    publish(bytes, folder / "link");
+    EXPECT_THROW(publish(bytes, folder / "link", Existing::refuse), UserError);
+    EXPECT_EQ(bytesOf(folder / "old"), "something longer than before");
+    publish(bytes, folder / "link", Existing::replace);
     EXPECT_EQ(bytesOf(folder / "old"), "new");
     EXPECT_TRUE(fs::is_symlink(folder / "link"));
     EXPECT_EQ(fs::status(folder / "old").permissions(),
               fs::perms::owner_read | fs::perms::owner_write);
+    char rating = 0;
+    EXPECT_TRUE(
+        !attributes ||
+        (getxattr((folder / "old").c_str(), "user.rating", &rating, 1) == 1 && rating == '5'));
     EXPECT_EQ(folder.count(), 3u);
 }
 
@@ -42,15 +52,15 @@ TEST(AtomicOutput, AFailedWriteLeavesNothing) {
     small.rlim_cur = 100000;
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, &small);
-    EXPECT_THROW(publish(bytes, folder / "old"), UserError);
-    EXPECT_THROW(publish(bytes, folder / "fresh"), UserError);
+    EXPECT_THROW(publish(bytes, folder / "old", Existing::replace), UserError);
+    EXPECT_THROW(publish(bytes, folder / "fresh", Existing::refuse), UserError);
     setrlimit(RLIMIT_FSIZE, &before);
     std::signal(SIGXFSZ, handler);
     EXPECT_EQ(bytesOf(folder / "old"), "old");
     EXPECT_EQ(folder.count(), 1u);
-    EXPECT_THROW(publish(bytes, "/dev/full"), UserError);
-    EXPECT_THROW(checkWritable(folder / "missing/out.png"), UserError);
-    EXPECT_THROW(checkWritable(folder / ""), UserError);
+    EXPECT_THROW(publish(bytes, "/dev/full", Existing::refuse), UserError);
+    EXPECT_THROW(checkWritable(folder / "missing/out.png", Existing::refuse), UserError);
+    EXPECT_THROW(checkWritable(folder / "", Existing::replace), UserError);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 // kt7 demo: a picture of our own, made noisy and denoised blind.
+#include "tools/kt7/batch.h"
 #include "tools/kt7/checks.h"
 #include "tools/kt7/commands/commands.h"
 #include "tools/kt7/defaults.h"
@@ -8,8 +9,8 @@
 #include "tools/kt7/json.h"
 #include "tools/kt7/library.h"
 #include "tools/kt7/progressBar.h"
+#include "tools/kt7/say.h"
 #include "tools/kt7/scene/demoScene.h"
-#include "tools/kt7/signals.h"
 #include "tools/kt7/stepTimes.h"
 #include "tools/kt7/textureGuard.h"
 
@@ -32,6 +33,7 @@ struct Options {
     float strength = defaults::strength;
     bool fast = false;
     bool json = false;
+    bool force = false;
 };
 
 Photo photoOf(int width, int height, const Bytes& rgb) {
@@ -80,7 +82,9 @@ int run(const Options& options) {
     const auto pathOf = [&](const char* name) {
         return (std::filesystem::path(options.directory) / name).string();
     };
-    checkWritable(pathOf("clean.png"));
+    const Existing existing = options.force ? Existing::replace : Existing::refuse;
+    for (const char* name : {"clean.png", "noisy.png", "denoised.png", "side-by-side.png"})
+        checkWritable(pathOf(name), existing);
 
     StepTimes times;
     Photo clean, noisy;
@@ -89,7 +93,6 @@ int run(const Options& options) {
         clean = photoOf(width, height, toRgb8(scene));
         noisy = photoOf(width, height, toRgb8(addSensorNoise(scene, SensorNoise{})));
     });
-    throwIfCancelled();
     Photo photo = noisy;
 
     const BlindLevels blind =
@@ -104,7 +107,7 @@ int run(const Options& options) {
 
     times.time("write", [&] {
         const auto write = [&](const Photo& picture, const char* name) {
-            writePhoto(picture, pathOf(name), pngFormat, defaults::lossyQuality);
+            writePhoto(picture, pathOf(name), pngFormat, defaults::lossyQuality, existing);
         };
         write(clean, "clean.png");
         write(noisy, "noisy.png");
@@ -130,7 +133,7 @@ int run(const Options& options) {
                     "%.1f megapixels: %s; %.2f megapixels a second\n"
                     "see %s: noisy, denoised and clean\n",
                     before, after, after - before, photo.megapixels(), times.text().c_str(), rate,
-                    pathOf("side-by-side.png").c_str());
+                    shown(pathOf("side-by-side.png")).c_str());
     return exitOk;
 }
 
@@ -156,6 +159,7 @@ Command addDemoCommand(CLI::App& application) {
         ->capture_default_str();
     command->add_flag("--fast", options->fast, "As in kt7 denoise");
     command->add_flag("--json", options->json, "Print one line of JSON");
+    addForceOption(*command, options->force);
     return {command, [options] { return run(*options); }};
 }
 

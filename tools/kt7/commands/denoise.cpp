@@ -1,31 +1,28 @@
 // kt7 denoise: photographs in, photographs out.
+#include "tools/kt7/batch.h"
 #include "tools/kt7/checks.h"
 #include "tools/kt7/commands/commands.h"
 #include "tools/kt7/defaults.h"
 #include "tools/kt7/errors.h"
-#include "tools/kt7/files/atomicOutput.h"
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/json.h"
 #include "tools/kt7/library.h"
 #include "tools/kt7/progressBar.h"
+#include "tools/kt7/say.h"
 #include "tools/kt7/stepTimes.h"
 #include "tools/kt7/textureGuard.h"
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <filesystem>
 #include <memory>
-#include <set>
 #include <unistd.h>
 
 namespace kt7::tool {
 namespace {
 
 struct Options {
-    std::vector<std::string> files;
-    std::string outDir;
-    std::string format;
+    BatchOptions batch;
     std::string noise;
     float strength = defaults::strength;
     float noiseGrain = defaults::noiseGrain;
@@ -37,41 +34,7 @@ struct Options {
                              .chromaSmooth = defaults::chromaSmooth,
                              .grain = defaults::grain};
     int quality = 0; ///< 0: not given
-    bool json = false;
-    bool quiet = false;
 };
-
-struct Job {
-    std::string in;
-    std::string out;
-};
-
-std::vector<Job> jobsOf(const Options& options) {
-    const auto& files = options.files;
-    if (options.outDir.empty()) {
-        if (files.size() != 2)
-            throw UserError(files.size() == 1
-                                ? "the output is missing: kt7 denoise IN OUT"
-                                : "several inputs need --out-dir: kt7 denoise IN... --out-dir DIR");
-        return {{files[0], files[1]}};
-    }
-    if (!std::filesystem::is_directory(options.outDir))
-        throw UserError(about(options.outDir, "is not a directory"));
-    std::vector<Job> jobs;
-    std::set<std::filesystem::path> taken;
-    for (const std::string& file : files) {
-        if (file == "-")
-            throw UserError("standard input has no name to use in --out-dir");
-        std::filesystem::path name = std::filesystem::path(file).filename();
-        if (!options.format.empty())
-            name.replace_extension(options.format);
-        const std::filesystem::path out = options.outDir / name;
-        if (!taken.insert(out).second)
-            throw UserError(about(file, "another input also becomes " + out.string()));
-        jobs.push_back({file, out.string()});
-    }
-    return jobs;
-}
 
 /// Levels for one photo: those of --noise, or measured ones.
 QxNoiseLevels chooseLevels(const Options& options, const Job& job, const Photo& photo,
@@ -87,9 +50,7 @@ QxNoiseLevels chooseLevels(const Options& options, const Job& job, const Photo& 
         if (blind.estimate.measured)
             report["estimate"] = jsonOf(blind.estimate.levels);
         else
-            std::fprintf(
-                stderr, "kt7: %s\n",
-                about(job.in, std::string(notMeasured) + "; give levels with --noise").c_str());
+            say(about(job.in, std::string(notMeasured) + "; give levels with --noise"));
         if (options.guard)
             report["guard"] = jsonOf(blind.floor);
         levels = blind.levels;
@@ -113,15 +74,15 @@ void printSummary(const Options& options, const Job& job, const Photo& photo,
                   const QxNoiseLevels& levels, const StepTimes& times, Json& report) {
     const double seconds = times.of("denoise");
     const double rate = seconds > 0.0 ? photo.megapixels() / seconds : 0.0;
-    if (options.json) {
+    if (options.batch.json) {
         report["levels"] = jsonOf(levels);
         report["seconds"] = times.json();
         report["megapixelsPerSecond"] = rate;
         // The picture itself may be on its way through standard output.
         std::fprintf(job.out == "-" ? stderr : stdout, "%s\n", lineOf(report).c_str());
         std::fflush(stdout);
-    } else if (!options.quiet && isatty(STDERR_FILENO)) {
-        std::fprintf(stderr, "%s -> %s\n", job.in.c_str(), job.out.c_str());
+    } else if (!options.batch.quiet && isatty(STDERR_FILENO)) {
+        std::fprintf(stderr, "%s -> %s\n", shown(job.in).c_str(), shown(job.out).c_str());
         std::fprintf(stderr,
                      "  noise taken out: luma %.4f (shadows %.4f, highlights %.4f), "
                      "colour %.4f and %.4f\n",
@@ -133,11 +94,11 @@ void printSummary(const Options& options, const Job& job, const Photo& photo,
     }
 }
 
-void denoiseFile(const Options& options, const Job& job) {
+void denoiseFile(const Options& options, const Job& job, const std::string& label) {
     StepTimes times;
-    checkWritable(job.out);
+    checkWritable(job.out, options.batch.existing());
     Photo photo = times.time("read", [&] { return readPhoto(job.in); });
-    const FileFormat& format = writableFormat(job.out, options.format, photo);
+    const FileFormat& format = writableFormat(job.out, options.batch.placement.format, photo);
 
     Json report{{"input", job.in},
                 {"output", job.out},
@@ -148,44 +109,21 @@ void denoiseFile(const Options& options, const Job& job) {
     settings.levels =
         times.time("estimate", [&] { return chooseLevels(options, job, photo, report); });
     {
-        ProgressBar bar(job.in, !options.quiet);
+        ProgressBar bar(label, !options.batch.quiet);
         times.time("denoise",
                    [&] { removeNoise(photo, settings, [&](double done) { bar.show(done); }); });
     }
-    const Coded coded =
-        times.time("write", [&] { return writePhoto(photo, job.out, format, options.quality); });
+    const Coded coded = times.time("write", [&] {
+        return writePhoto(photo, job.out, format, options.quality, options.batch.existing());
+    });
     report["written"] = whatIsWritten(coded);
     printSummary(options, job, photo, settings.levels, times, report);
 }
 
-int run(const Options& options) {
-    const std::vector<Job> jobs = jobsOf(options);
-    int result = exitOk;
-    for (const Job& job : jobs) {
-        try {
-            denoiseFile(options, job);
-        } catch (const std::exception& error) {
-            // One bad file doesn't keep the others waiting.
-            std::fprintf(stderr, "kt7: %s\n", describe(job.in, error).c_str());
-            result = exitFailed;
-        }
-    }
-    return result;
-}
-
 void addFileOptions(CLI::App& command, Options& options) {
+    addBatchOptions(command, options.batch);
     command
-        .add_option("files", options.files,
-                    "IN and OUT, or several inputs with --out-dir. - stands for standard input "
-                    "and output. OUT may be IN.")
-        ->required()
-        ->type_name("IN... [OUT]");
-    command
-        .add_option("--out-dir", options.outDir,
-                    "Write every input into this directory, under its own name")
-        ->type_name("DIR");
-    command
-        .add_option("--format", options.format,
+        .add_option("--format", options.batch.placement.format,
                     "File format of the output (png, jpg, tif, ...). Default: by the extension of "
                     "OUT; for standard output, the format of the input")
         ->type_name("NAME");
@@ -196,10 +134,6 @@ void addFileOptions(CLI::App& command, Options& options) {
                         std::to_string(defaults::lossyQuality) + " for others")
         ->check(CLI::Range(1, 100))
         ->type_name("N");
-    command.add_flag("--json", options.json,
-                     "Print one line of JSON for each photo: levels used, seconds of each step, "
-                     "megapixels a second");
-    command.add_flag("--quiet,-q", options.quiet, "No progress bar and no summary");
 }
 
 void addNoiseOptions(CLI::App& command, Options& options) {
@@ -273,7 +207,10 @@ Command addDenoiseCommand(CLI::App& application) {
     addLookOptions(*command, options->settings);
     return {command, [command, options] {
                 options->noiseGrainGiven = command->count("--noise-grain") > 0;
-                return run(*options);
+                return runBatch(*command, options->batch,
+                                [&](const Job& job, const std::string& label) {
+                                    denoiseFile(*options, job, label);
+                                });
             }};
 }
 

@@ -4,6 +4,7 @@
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/json.h"
 #include "tools/kt7/library.h"
+#include "tools/kt7/say.h"
 
 #include <CLI/CLI.hpp>
 
@@ -20,7 +21,7 @@ struct Options {
 };
 
 void printRow(const std::string& file, const QxNoiseLevels& levels, int nameWidth) {
-    std::printf("%-*s", nameWidth, file.c_str());
+    std::printf("%-*s", nameWidth, shown(file).c_str());
     for (const float level : {levels.lumaMid, levels.chromaU, levels.chromaV, levels.lumaLow,
                               levels.lumaHigh, levels.noiseGrain})
         std::printf("  %10.6f", static_cast<double>(level));
@@ -30,7 +31,7 @@ void printRow(const std::string& file, const QxNoiseLevels& levels, int nameWidt
 int run(const Options& options) {
     std::size_t longest = 4;
     for (const std::string& file : options.files)
-        longest = std::max(longest, file.size());
+        longest = std::max(longest, shown(file).size());
     const int nameWidth = static_cast<int>(longest);
     bool headed = options.json;
     int result = exitOk;
@@ -53,7 +54,10 @@ int run(const Options& options) {
             else
                 printRow(file, estimate.levels, nameWidth);
         } catch (const std::exception& error) {
-            std::fprintf(stderr, "kt7: %s\n", describe(file, error).c_str());
+            const std::string message = describe(file, error);
+            say(message);
+            if (options.json)
+                std::printf("%s\n", lineOf({{"input", file}, {"error", message}}).c_str());
             result = exitFailed;
         }
     }

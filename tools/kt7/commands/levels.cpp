@@ -1,8 +1,8 @@
 // kt7 levels: one aspect of a photo, brightened or stretched until it shows.
+#include "tools/kt7/batch.h"
 #include "tools/kt7/commands/commands.h"
 #include "tools/kt7/defaults.h"
 #include "tools/kt7/errors.h"
-#include "tools/kt7/files/atomicOutput.h"
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/library.h"
 
@@ -16,6 +16,7 @@ namespace kt7::tool {
 namespace {
 
 struct Options {
+    bool force = false;
     std::string in, out, view;
     std::int32_t target = 0;
     bool targetGiven = false;
@@ -84,7 +85,8 @@ std::int32_t apply(const View& view, std::uint8_t* rgb, std::int32_t width, std:
 }
 
 int run(const Options& options) {
-    checkWritable(options.out);
+    const Existing existing = options.force ? Existing::replace : Existing::refuse;
+    checkWritable(options.out, existing);
     const Photo photo = readPhoto(options.in);
     const FileFormat& format =
         writableFormat(options.out, options.out == "-" ? "png" : std::string(), photo);
@@ -97,7 +99,7 @@ int run(const Options& options) {
     if (result != 1)
         throw UserError(about(options.in, "the view failed"));
     writePhoto(pictureFrom(photo, photo.width, photo.height, rgb, photo.metadata.icc), options.out,
-               format, defaults::lossyQuality);
+               format, defaults::lossyQuality, existing);
     return exitOk;
 }
 
@@ -132,6 +134,7 @@ Command addLevelsCommand(CLI::App& application) {
                          std::to_string(defaults::differenceTarget))
         ->check(CLI::Range(0, 255))
         ->type_name("N");
+    addForceOption(*command, options->force);
     return {command, [command, options] {
                 options->targetGiven = command->count("--target") > 0;
                 return run(*options);

@@ -1,11 +1,12 @@
 // kt7 preview: a photo as an editor shows it on a screen.
+#include "tools/kt7/batch.h"
 #include "tools/kt7/commands/commands.h"
 #include "tools/kt7/defaults.h"
 #include "tools/kt7/errors.h"
-#include "tools/kt7/files/atomicOutput.h"
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/files/inputBytes.h"
 #include "tools/kt7/library.h"
+#include "tools/kt7/say.h"
 
 #include <CLI/CLI.hpp>
 
@@ -20,6 +21,7 @@ namespace {
 using Profile = Bytes;
 
 struct Options {
+    bool force = false;
     std::string in, out, screenProfile;
     std::int32_t width = 0;
 };
@@ -75,7 +77,8 @@ Scale scaleTo(std::int32_t wanted, const Photo& photo) {
 }
 
 int run(const Options& options) {
-    checkWritable(options.out);
+    const Existing existing = options.force ? Existing::replace : Existing::refuse;
+    checkWritable(options.out, existing);
     const Profile target =
         options.screenProfile.empty() ? Profile() : readProfile(options.screenProfile);
     if (!target.empty() && !isUsable(target))
@@ -94,8 +97,7 @@ int run(const Options& options) {
     const Profile& source = photo.metadata.icc;
     LibraryImage carried(photo);
     if (!fillScreen(profilesOf(source, target), carried.view(), screen, width, height, factor)) {
-        std::fprintf(stderr, "kt7: %s\n",
-                     about(options.in, "its colour profile can't be used; taken as sRGB").c_str());
+        say(about(options.in, "its colour profile can't be used; taken as sRGB"));
         fillScreen(profilesOf({}, target), carried.view(), screen, width, height, factor);
     }
     std::vector<std::uint8_t> rgb(3 * pixels);
@@ -103,7 +105,7 @@ int run(const Options& options) {
         for (std::size_t c = 0; c < 3; ++c)
             rgb[3 * i + c] = screen[4 * i + 2 - c];
     writePhoto(pictureFrom(photo, width, height, rgb, target), options.out, format,
-               defaults::lossyQuality);
+               defaults::lossyQuality, existing);
     return exitOk;
 }
 
@@ -132,6 +134,7 @@ Command addPreviewCommand(CLI::App& application) {
         ->add_option("--profile", options->screenProfile,
                      "ICC profile of the screen, which is also put into the picture. Default: sRGB")
         ->type_name("SCREEN.icc");
+    addForceOption(*command, options->force);
     return {command, [options] { return run(*options); }};
 }
 

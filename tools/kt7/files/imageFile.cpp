@@ -1,9 +1,8 @@
 #include "tools/kt7/files/imageFile.h"
 
 #include "tools/kt7/errors.h"
-#include "tools/kt7/files/atomicOutput.h"
 #include "tools/kt7/files/inputBytes.h"
-#include "tools/kt7/signals.h"
+#include "tools/kt7/say.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -21,13 +20,21 @@ std::string oneLine(std::string text) {
     return text;
 }
 
-void say(const std::string& path, const char* what, const std::vector<std::string>& names) {
+void sayNames(const std::string& path, const std::string& what,
+              const std::vector<std::string>& names) {
     if (names.empty())
         return;
     std::string list;
     for (const std::string& name : names)
         list += (list.empty() ? "" : ", ") + name;
-    std::fprintf(stderr, "kt7: %s\n", about(path, what + oneLine(list)).c_str());
+    say(about(path, what + oneLine(list)));
+}
+
+/// An encoder that went wrong without a word must not cost anybody a photo.
+void checkReadable(const Coded& coded, const Photo& photo) {
+    const Photo again = decode(coded.bytes, Depth::header);
+    if (again.width != photo.width || again.height != photo.height)
+        throw CodecError("what was coded has another size");
 }
 
 } // namespace
@@ -36,13 +43,11 @@ Photo readPhoto(const std::string& path) {
     const Bytes bytes = readInput(path);
     Photo photo;
     try {
-        const EndAtOnce nothingToTidy;
         photo = decode(bytes);
     } catch (const CodecError& error) {
         throw UserError(about(path, oneLine(error.what())));
     }
-    throwIfCancelled();
-    say(path, "left out: ", photo.remarks);
+    sayNames(path, "left out: ", photo.remarks);
     return photo;
 }
 
@@ -63,19 +68,18 @@ const FileFormat& writableFormat(const std::string& path, const std::string& for
         about(path, "no picture can be written as \"" + oneLine(name) + "\"; known are " + known));
 }
 
-Coded writePhoto(const Photo& photo, const std::string& path, const FileFormat& format,
-                 int quality) {
+Coded writePhoto(const Photo& photo, const std::string& path, const FileFormat& format, int quality,
+                 Existing existing) {
     Coded coded;
     try {
-        const EndAtOnce nothingToTidy;
         coded = encode(photo, format, quality);
+        checkReadable(coded, photo);
     } catch (const CodecError& error) {
         throw UserError(about(path, std::string("cannot write as ") + format.name + ": " +
                                         oneLine(error.what())));
     }
-    throwIfCancelled();
-    say(path, (std::string(format.name) + " can't hold, left out: ").c_str(), coded.lost);
-    publish(coded.bytes, path);
+    sayNames(path, std::string(format.name) + " can't hold, left out: ", coded.lost);
+    publish(coded.bytes, path, existing);
     coded.bytes = {};
     return coded;
 }

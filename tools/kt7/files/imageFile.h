@@ -1,6 +1,7 @@
 // Reading and writing of image files.
 #pragma once
 
+#include "tools/kt7/files/atomicOutput.h"
 #include "tools/kt7/files/format.h"
 
 #include <string>
@@ -21,10 +22,11 @@ const FileFormat& writableFormat(const std::string& path, const std::string& for
 
 /// Writes with the metadata, colour profile and sample depth that the photo came with, as far as
 /// the format can hold them; says on standard error what it can't. `quality` (1..100) counts for
-/// lossy formats; with 0 a file of the photo's own format is coded as that was. Appears whole or
-/// not at all; raises UserError or Cancelled. The result holds everything but the bytes.
-Coded writePhoto(const Photo& photo, const std::string& path, const FileFormat& format,
-                 int quality);
+/// lossy formats; with 0 a file of the photo's own format is coded as that was. What was coded is
+/// read again before it takes its place, which it does whole or not at all (see publish). Raises
+/// UserError. The result holds everything but the bytes.
+Coded writePhoto(const Photo& photo, const std::string& path, const FileFormat& format, int quality,
+                 Existing existing);
 
 /// An 8-bit RGB picture made from the photo, described by a colour profile of its own (none when
 /// empty: viewers take it for sRGB). Of the metadata it keeps which way is up.

@@ -2,7 +2,6 @@
 
 #include "tools/kt7/errors.h"
 #include "tools/kt7/files/limits.h"
-#include "tools/kt7/signals.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -14,7 +13,6 @@ namespace kt7::tool {
 namespace {
 
 [[noreturn]] void refuse(const std::string& path, int error) {
-    throwIfCancelled();
     throw UserError(about(path, "cannot read: " + std::generic_category().message(error)));
 }
 
@@ -74,7 +72,6 @@ Bytes readInput(const std::string& path) {
             room *= 2;
         }
         const ssize_t n = read(input.descriptor(), bytes.data() + filled, bytes.size() - filled);
-        throwIfCancelled();
         if (n < 0 && errno != EINTR)
             refuse(path, errno);
         if (n == 0) {

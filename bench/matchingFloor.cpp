@@ -44,7 +44,6 @@ double layerSeconds(Plane& image, const LayerSearch& search) {
             const double start = threadSeconds();
             steps.grow();
             steps.search(record);
-            steps.drop();
             mine += threadSeconds() - start;
         }
         const std::scoped_lock lock(mutex);

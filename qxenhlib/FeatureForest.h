@@ -1,48 +1,48 @@
-// Approximate nearest neighbours among the features of one tile.
+// Approximate nearest neighbours among the features of one tile, by trees of our own.
 #pragma once
 
-#include <cstdint>
 #include <memory>
-#include <span>
+#include <vector>
+
+#include "prim/memory.h"
+#include "qxenhlib/FeatureSearch.h"
 
 namespace kt7 {
 
-/// A forest of randomised trees over features of 16 floats (Silpa-Anan and Hartley 2008, Muja and
-/// Lowe 2009), grown anew for each tile in memory that stays. One object serves one thread at a
-/// time.
-class FeatureForest {
+/// A forest of randomised k-d trees (Silpa-Anan and Hartley 2008): each splits along an element
+/// drawn from the five of largest variance. A search goes best bin first, through all trees with
+/// one list of branches not taken yet (Muja and Lowe 2009, 2014). Memory stays from tile to tile,
+/// and random choices leave the host's generator alone.
+class FeatureForest final : public FeatureSearch {
   public:
-    /// A search: the candidate whose neighbours are wanted, and the number of its list.
-    struct Query {
-        std::int32_t candidate;
-        std::int32_t list;
-    };
-
-    /// For tiles of `candidates` features. Throws std::bad_alloc.
     FeatureForest(std::int32_t candidates, std::int32_t trees);
-    ~FeatureForest();
-    FeatureForest(const FeatureForest&) = delete;
-    FeatureForest& operator=(const FeatureForest&) = delete;
+    ~FeatureForest() override;
 
-    /// features: 16 floats for each candidate, which stay where they are until drop(). Throws
-    /// std::bad_alloc.
-    void grow(float* features);
-
-    /// All candidates as the leaves of the last tree list them: neighbours stand together.
-    std::span<const std::int32_t> leafOrder() const;
-
-    /// Writes eight distinct candidates, nearest first, and their squared distances for each query,
-    /// at 8 times its list's number. checks: candidates that one search may look at, over all trees
-    /// together, once its list is full.
-    void search(std::span<const Query> queries, const float* features, std::int32_t checks,
-                std::int32_t* matches, float* distances) const;
-
-    void drop() noexcept;
+    void grow(float* features) override;
+    /// As the leaves of the last tree list them: neighbours stand together.
+    std::span<const std::int32_t> order() const override { return order_; }
+    void search(std::span<const Query> queries, std::int32_t checks, std::int32_t* matches,
+                float* distances) override;
 
   private:
-    struct State;
-    std::unique_ptr<State> state_;
-    std::int32_t trees_;
+    struct Node;
+    struct Search;
+    struct Split {
+        std::int32_t element;
+        float value;
+        std::int32_t firstCount; ///< of candidates for the first child
+    };
+
+    const Node* divide(std::int32_t* list, std::int32_t count);
+    Split split(std::int32_t* list, std::int32_t count);
+
+    const float* features_ = nullptr;
+    PrimPtr<float> nodes_; ///< raw storage, aligned to cache lines
+    Node* nextNode_ = nullptr;
+    std::vector<const Node*> roots_;
+    std::vector<std::int32_t> order_, rest_;
+    std::int32_t branchRoom_;
+    std::vector<Search> searches_;
 };
 
 } // namespace kt7

@@ -10,7 +10,7 @@
 namespace kt7 {
 namespace {
 
-constexpr int featureSize = 16, groupSize = 8;
+constexpr int featureSize = FeatureSearch::featureSize, groupSize = 8;
 
 } // namespace
 
@@ -24,7 +24,6 @@ void ImBMAnn::proc(const GIMG<float>& image, ImBMResult& result) {
     computeFeatures(image);
     growForest();
     search(result);
-    dropForest();
 }
 
 void ImBMAnn::prepare(const ImBMResult& result) {
@@ -48,7 +47,7 @@ void ImBMAnn::prepare(const ImBMResult& result) {
     features_.reset(primMalloc32f(featureSize * result.candX * result.candY));
     if (!features_)
         throw std::bad_alloc();
-    forest_ = std::make_unique<FeatureForest>(result.candX * result.candY, numTrees_);
+    forest_ = makeFeatureSearch(result.candX * result.candY, numTrees_);
     blockSize_ = result.blockSize;
     step_ = result.step;
     candX_ = result.candX;
@@ -73,20 +72,15 @@ void ImBMAnn::growForest() {
 }
 
 void ImBMAnn::search(ImBMResult& result) {
-    // In the order of a tree's leaves: a query takes nearly the way of the one before, through
-    // nodes and features that are still in the cache. Which candidates have a list can't be
+    // Where that is the order of a tree's leaves, a query takes nearly the way of the one before,
+    // through nodes and features that are still in the cache. Which candidates have a list can't be
     // predicted there, so each is written, over the one before if that has none.
-    FeatureForest::Query* end = queries_.data();
-    for (const std::int32_t candidate : forest_->leafOrder()) {
+    FeatureSearch::Query* end = queries_.data();
+    for (const std::int32_t candidate : forest_->order()) {
         *end = {candidate, listOf_[static_cast<std::size_t>(candidate)]};
         end += end->list >= 0 ? 1 : 0;
     }
-    forest_->search({queries_.data(), end}, features_.get(), checks_, result.matchIdx.get(),
-                    result.matchDist.get());
-}
-
-void ImBMAnn::dropForest() noexcept {
-    forest_->drop();
+    forest_->search({queries_.data(), end}, checks_, result.matchIdx.get(), result.matchDist.get());
 }
 
 } // namespace kt7

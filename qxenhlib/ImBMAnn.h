@@ -6,15 +6,15 @@
 #include <vector>
 
 #include "prim/memory.h"
-#include "qxenhlib/FeatureForest.h"
+#include "qxenhlib/FeatureSearch.h"
 #include "qxenhlib/ImBMResult.h"
 #include "qxutils/qxbase/IMG.h"
 
 namespace kt7 {
 
 /// Compares blocks by 16 cosine coefficients of their half-resolution samples, and searches the
-/// nearest ones approximately in a forest of randomised trees (Muja and Lowe 2009), grown anew for
-/// each tile. Memory stays from tile to tile. One object serves one thread at a time.
+/// nearest ones approximately in a forest of randomised trees, grown anew for each tile. Memory
+/// stays from tile to tile. One object serves one thread at a time.
 class ImBMAnn {
   public:
     /// Brightness counts a quarter of its share in the squared distance of two blocks: structure
@@ -40,7 +40,6 @@ class ImBMAnn {
     void computeFeatures(const GIMG<float>& image);
     void growForest();
     void search(ImBMResult& result);
-    void dropForest() noexcept;
 
     std::int32_t numTrees_;
     std::int32_t checks_;
@@ -50,8 +49,8 @@ class ImBMAnn {
     std::unique_ptr<GIMG<float>> means_; ///< 2x2 means, with spare columns on the right
     PrimPtr<float> features_;            ///< 16 per candidate
     std::vector<std::int32_t> listOf_;   ///< of a candidate; -1 where it is no query
-    std::unique_ptr<FeatureForest> forest_;
-    std::vector<FeatureForest::Query> queries_; ///< room for all, and one to be written in vain
+    std::unique_ptr<FeatureSearch> forest_;
+    std::vector<FeatureSearch::Query> queries_; ///< room for all, and one to be written in vain
 };
 
 } // namespace kt7

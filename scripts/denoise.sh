@@ -4,7 +4,7 @@
 #   scripts/denoise.sh IN OUT [OPTION..]  a photo, with any options of kt7 denoise
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
-"$root/scripts/setup.sh"
+"$root/scripts/setup.sh" --no-tests
 (cd "$root" &&
     cmake --preset release -DKT7_BUILD_TESTS=OFF -DKT7_BUILD_BENCH=OFF >/dev/null &&
     cmake --build --preset release >&2)

@@ -1,12 +1,18 @@
 #!/bin/sh
 # Installs what building and testing need, from Debian's packages; does nothing when all is there.
 #   scripts/setup.sh [PACKAGE..]   with further packages
+#   scripts/setup.sh --no-tests    without what tests and benchmarks alone need
 set -eu
 
 packages="g++ cmake ninja-build pkg-config git ca-certificates
-libflann-dev liblcms2-dev libcli11-dev nlohmann-json3-dev libexiv2-dev
-libjpeg-dev libpng-dev libtiff-dev libwebp-dev libheif-dev libjxl-dev
-libgtest-dev libgmock-dev libbenchmark-dev $*"
+liblcms2-dev libcli11-dev nlohmann-json3-dev libexiv2-dev
+libjpeg-dev libpng-dev libtiff-dev libwebp-dev libheif-dev libjxl-dev"
+if [ "${1:-}" = --no-tests ]; then
+    shift
+else
+    packages="$packages libflann-dev liblz4-dev libgtest-dev libgmock-dev libbenchmark-dev"
+fi
+packages="$packages $*"
 
 fail() {
     echo "setup: $1" >&2

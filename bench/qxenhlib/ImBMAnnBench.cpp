@@ -5,13 +5,13 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <memory>
 #include <random>
-
-#include <flann/algorithms/dist.h>
-#include <flann/algorithms/kdtree_index.h>
 
 #include "bench/qxenhlib/MatchingSteps.h"
 #include "prim/kernels/select.h"
+#include "qxenhlib/FeatureForest.h"
+#include "qxenhlib/FlannForest.h"
 
 namespace kt7 {
 namespace {
@@ -32,8 +32,8 @@ void fillTile(GIMG<float>& tile) {
 // A matcher with the features of a tile, set up by the benchmark's trees, checks and query step.
 struct Fixture {
     explicit Fixture(const benchmark::State& state)
-        : tile(tileSide, tileSide), checks(static_cast<std::int32_t>(state.range(1))),
-          matcher(static_cast<std::int32_t>(state.range(0)), checks, 0.5f), steps(matcher) {
+        : tile(tileSide, tileSide), trees(static_cast<std::int32_t>(state.range(0))),
+          matcher(trees, static_cast<std::int32_t>(state.range(1)), 0.5f), steps(matcher) {
         selectKernels(bestCpuTarget());
         fillTile(tile);
         result.setGeometry(tileSide, tileSide, static_cast<std::int32_t>(state.range(2)));
@@ -41,8 +41,13 @@ struct Fixture {
         steps.computeFeatures(tile);
     }
 
+    template <class Forest>
+    void searchWith() {
+        steps.searchWith(std::make_unique<Forest>(result.candX * result.candY, trees));
+    }
+
     GIMG<float> tile;
-    std::int32_t checks;
+    std::int32_t trees;
     ImBMAnn matcher;
     MatchingSteps steps;
     ImBMResult result;
@@ -63,57 +68,23 @@ void tileFeatures(benchmark::State& state) {
         fixture.steps.computeFeatures(fixture.tile);
 }
 
-void forestGrowing(benchmark::State& state) {
+// FLANN's forest beside ours shows what ours is worth.
+template <class Forest>
+void growing(benchmark::State& state) {
     Fixture fixture(state);
-    for (auto _ : state) {
+    fixture.searchWith<Forest>();
+    for (auto _ : state)
         fixture.steps.grow();
-        fixture.steps.drop();
-    }
 }
 
-void forestSearch(benchmark::State& state) {
+template <class Forest>
+void search(benchmark::State& state) {
     Fixture fixture(state);
+    fixture.searchWith<Forest>();
     fixture.steps.grow();
     for (auto _ : state)
         fixture.steps.search(fixture.result);
     reportDistance(state, fixture.result);
-}
-
-// The same with the index as it comes, to know what the adaptations are worth.
-using PlainIndex = flann::KDTreeIndex<flann::L2<float>>;
-
-PlainIndex plainIndex(Fixture& fixture, const benchmark::State& state) {
-    const auto candidates = static_cast<std::size_t>(fixture.result.candX) *
-                            static_cast<std::size_t>(fixture.result.candY);
-    return PlainIndex(flann::Matrix<float>(fixture.steps.features(), candidates, 16),
-                      flann::KDTreeIndexParams(static_cast<int>(state.range(0))));
-}
-
-void plainGrowing(benchmark::State& state) {
-    Fixture fixture(state);
-    for (auto _ : state)
-        plainIndex(fixture, state).buildIndex();
-}
-
-void plainSearch(benchmark::State& state) {
-    Fixture fixture(state);
-    PlainIndex index = plainIndex(fixture, state);
-    index.buildIndex();
-    flann::KNNResultSet<float> best(8);
-    ImBMResult& result = fixture.result;
-    std::array<std::size_t, 8> found{};
-    for (auto _ : state)
-        for (std::int32_t q = 0; q < result.queryX * result.queryY; ++q) {
-            const std::ptrdiff_t own =
-                std::ptrdiff_t{q / result.queryX} * result.step * result.candX +
-                q % result.queryX * result.step;
-            best.clear();
-            index.findNeighbors(best, fixture.steps.features() + own * 16,
-                                flann::SearchParams(fixture.checks));
-            best.copy(found.data(), result.matchDist.get() + std::ptrdiff_t{q} * 8, 8);
-            benchmark::DoNotOptimize(found);
-        }
-    reportDistance(state, result);
 }
 
 // The settings of the finest two layers, fast and full.
@@ -125,10 +96,10 @@ void settings(benchmark::internal::Benchmark* bench) {
 }
 
 BENCHMARK(tileFeatures)->Args({1, 16, 2})->Unit(benchmark::kMicrosecond);
-BENCHMARK(forestGrowing)->Apply(settings);
-BENCHMARK(plainGrowing)->Apply(settings);
-BENCHMARK(forestSearch)->Apply(settings);
-BENCHMARK(plainSearch)->Apply(settings);
+BENCHMARK(growing<FeatureForest>)->Apply(settings);
+BENCHMARK(growing<FlannForest>)->Apply(settings);
+BENCHMARK(search<FeatureForest>)->Apply(settings);
+BENCHMARK(search<FlannForest>)->Apply(settings);
 
 } // namespace
 } // namespace kt7

@@ -2,7 +2,8 @@
 // costs, the floor under any denoise call.
 #pragma once
 
-#include <span>
+#include <memory>
+#include <utility>
 
 #include "qxenhlib/ImBMAnn.h"
 
@@ -16,10 +17,9 @@ class MatchingSteps {
     void computeFeatures(const GIMG<float>& tile) { matcher_.computeFeatures(tile); }
     void grow() { matcher_.growForest(); }
     void search(ImBMResult& result) { matcher_.search(result); }
-    void drop() { matcher_.dropForest(); }
 
-    /// 16 floats per candidate.
-    float* features() { return matcher_.features_.get(); }
+    /// What prepare() made gives way to another search for the same tiles.
+    void searchWith(std::unique_ptr<FeatureSearch> other) { matcher_.forest_ = std::move(other); }
 
   private:
     ImBMAnn& matcher_;

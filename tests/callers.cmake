@@ -1,4 +1,4 @@
-# Every function that a header of the library declares is called by the library, or is a plain form
+# Every function that a header of the library declares is called by the libraries, or is a plain form
 # that a test calls; every row of a kernel table is called by prim. A file that begins with
 # "// Plain form" holds plain forms, which the library is built without.
 #   cmake -DROOT=source -P callers.cmake
@@ -8,7 +8,7 @@ set(declaration "\n(    )?[A-Za-z][A-Za-z0-9_:<>*&, ]*[ *&](${identifier})\\(")
 file(GLOB_RECURSE headers ${ROOT}/prim/*.h ${ROOT}/qxutils/*.h ${ROOT}/qxenhlib/*.h
   ${ROOT}/pmdll/src/*.h)
 file(GLOB_RECURSE sources ${ROOT}/prim/*.cpp ${ROOT}/qxutils/*.cpp ${ROOT}/qxenhlib/*.cpp
-  ${ROOT}/pmdll/src/*.cpp)
+  ${ROOT}/pmdll/src/*.cpp ${ROOT}/photo/*.cpp)
 file(GLOB_RECURSE testSources ${ROOT}/tests/*.cpp)
 
 # What is left of the text without its declarations and definitions are calls.

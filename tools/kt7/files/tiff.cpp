@@ -307,6 +307,7 @@ Photo decodeTiff(std::span<const std::uint8_t> bytes, Depth depth) {
         photo.alpha.resize(pixels);
         photo.premultiplied = layout.extraSamples[0] == EXTRASAMPLE_ASSOCALPHA;
     }
+    stream.error[0] = '\0'; // what was said of tags that it doesn't know is no damage
     const bool whole = layout.wantsConversion() ? readConverted(tiff.get(), photo)
                        : layout.bits == 16 ? readSamples<std::uint16_t>(tiff.get(), layout, photo)
                                            : readSamples<std::uint8_t>(tiff.get(), layout, photo);

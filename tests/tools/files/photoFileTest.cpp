@@ -2,6 +2,7 @@
 #include "tests/tools/files/samplePhoto.h"
 #include "tests/tools/scratchFolder.h"
 #include "tools/kt7/errors.h"
+#include "tools/kt7/files/atomicOutput.h"
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/files/limits.h"
 
@@ -330,6 +331,18 @@ TEST(PhotoFile, RefusesFilesCutAnywhere) {
                                                                     whole.size() * percent / 100)}),
                       "read without complaint")
                 << format->name << percent;
+    }
+}
+
+TEST(PhotoFile, APhotoOnItsSideIsWrittenInEveryFormat) {
+    const ScratchFolder folder;
+    Photo photo = smoothPhoto();
+    photo.metadata.orientation = 6;
+    for (const FileFormat* format : fileFormats()) {
+        const std::string path = folder / format->name;
+        ASSERT_NO_THROW(writePhoto(photo, path, *format, 90, Existing::refuse)) << format->name;
+        const Photo again = readPhoto(path);
+        EXPECT_EQ(again.metadata.orientation, again.width == 48 ? 1 : 6) << format->name;
     }
 }
 

@@ -33,7 +33,8 @@ void sayNames(const std::string& path, const std::string& what,
 /// An encoder that went wrong without a word must not cost anybody a photo.
 void checkReadable(const Coded& coded, const Photo& photo) {
     const Photo again = decode(coded.bytes, Depth::header);
-    if (again.width != photo.width || again.height != photo.height)
+    // HEIC and AVIF turn a picture on its side.
+    if (std::minmax(again.width, again.height) != std::minmax(photo.width, photo.height))
         throw CodecError("what was coded has another size");
 }
 

@@ -39,7 +39,8 @@ void ImBMAnn::prepare(const ImBMResult& result) {
                    -1);
     for (std::int32_t y = 0, list = 0; y < result.candY; y += result.step)
         for (std::int32_t x = 0; x < result.candX; x += result.step)
-            listOf_[static_cast<std::size_t>(y * result.candX + x)] = list++;
+            listOf_[static_cast<std::size_t>(y) * static_cast<std::size_t>(result.candX) +
+                    static_cast<std::size_t>(x)] = list++;
     queries_.resize(static_cast<std::size_t>(result.queryX * result.queryY) + 1);
     means_ = std::make_unique<GIMG<float>>(result.width + groupSize, result.height);
     for (std::int32_t y = 0; y < means_->height; ++y)

@@ -96,8 +96,8 @@ TEST_P(MatchingTargets, ListDistinctCandidatesBestFirstWithTheirDistances) {
         for (std::int32_t q = 0; q < result.queryX * result.queryY; ++q) {
             const std::int32_t own =
                 q / result.queryX * c.step * result.candX + q % result.queryX * c.step;
-            const std::int32_t* matches = &result.matchIdx[static_cast<std::size_t>(q * 8)];
-            const float* distances = &result.matchDist[static_cast<std::size_t>(q * 8)];
+            const std::int32_t* matches = &result.matchIdx[8 * static_cast<std::size_t>(q)];
+            const float* distances = &result.matchDist[8 * static_cast<std::size_t>(q)];
             ASSERT_EQ(std::set<std::int32_t>(matches, matches + 8).size(), 8u);
             EXPECT_EQ(matches[0], own);
             EXPECT_EQ(distances[0], 0.0f);
@@ -209,7 +209,7 @@ TEST(BlockMatching, FillsTheListsOfAFlatTileAndOfTheSmallestOne) {
         result.setGeometry(size.width, size.height, 3);
         matcher.proc(tile, result);
         for (std::int32_t q = 0; q < result.queryX * result.queryY; ++q) {
-            const std::int32_t* matches = &result.matchIdx[static_cast<std::size_t>(q * 8)];
+            const std::int32_t* matches = &result.matchIdx[8 * static_cast<std::size_t>(q)];
             EXPECT_EQ(std::set<std::int32_t>(matches, matches + 8).size(), 8u);
             for (int j = 0; j < 8; ++j)
                 EXPECT_EQ(result.matchDist[static_cast<std::size_t>(q * 8 + j)], 0.0f);
@@ -270,7 +270,7 @@ TEST(BlockMatching, FillsTheListsOfATileThatHasJustEnoughCandidates) {
             std::ranges::generate(tile.row(y), [&] { return noise(random); });
         matcher.proc(tile, result);
         for (std::int32_t q = 0; q < 8; ++q) {
-            const std::int32_t* matches = &result.matchIdx[static_cast<std::size_t>(q * 8)];
+            const std::int32_t* matches = &result.matchIdx[8 * static_cast<std::size_t>(q)];
             ASSERT_EQ(std::set<std::int32_t>(matches, matches + 8).size(), 8u);
         }
     }

@@ -38,6 +38,11 @@ float gainAt(const StageNoise& noise, std::int32_t plane, float brightness) {
     return gain[band - 1] + part * (gain[band] - gain[band - 1]);
 }
 
+/// Index of a reference of the tile.
+std::size_t placeOf(std::int32_t row, std::int32_t column) {
+    return static_cast<std::size_t>(row) * tileColumns + static_cast<std::size_t>(column);
+}
+
 } // namespace
 
 TileSums::TileSums(std::int32_t planes) : samples_(index(2 * planes, 0)) {}
@@ -103,7 +108,7 @@ void TileFilter::loadMatchPlane(const Planes& pilot, const TileFrame& frame) {
                 for (std::int32_t x = 0; x < blockSide; ++x)
                     sum += from[x];
             }
-            brightness_[static_cast<std::size_t>(row * tileColumns + column)] = sum / blockSamples;
+            brightness_[placeOf(row, column)] = sum / blockSamples;
         }
 }
 
@@ -133,7 +138,7 @@ void TileFilter::match(const TileFrame& frame, SearchWindow window) {
             std::nth_element(list, list + others - 1, end);
             std::sort(list, list + others - 1);
             std::int32_t* places =
-                &places_[static_cast<std::size_t>((row * tileColumns + column) * groupBlocks)];
+                &places_[static_cast<std::size_t>(groupBlocks) * placeOf(row, column)];
             const std::int32_t own =
                 (row * cellSide + mostReach) * placeColumns + column * cellSide + mostReach;
             *places++ = own;
@@ -179,7 +184,7 @@ void TileFilter::filterPlane(const StageNoise& noise, std::int32_t plane, const 
     group.window = window_;
     for (std::int32_t row = 0; row < frame.rows; ++row)
         for (std::int32_t column = 0; column < frame.columns; ++column) {
-            const auto reference = static_cast<std::size_t>(row * tileColumns + column);
+            const auto reference = placeOf(row, column);
             const float gain = gainAt(noise, plane, brightness_[reference]);
             constexpr float leastPower = 1e-6f;
             for (int i = 0; i < blockSamples; ++i)

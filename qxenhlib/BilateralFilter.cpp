@@ -43,7 +43,7 @@ std::int32_t cellsAcrossRange(float span, float sample) {
 
 } // namespace
 
-BilateralFilter::~BilateralFilter() noexcept(false) {
+BilateralFilter::~BilateralFilter() noexcept(false) { // NOLINT(bugprone-exception-escape)
     // What wrote over a guard may have hurt the results, so the call must fail, and the end of the
     // filter's life is the last time to look. A second exception while one is under way would end
     // the process.

@@ -39,7 +39,7 @@ class BilateralFilter {
     BilateralFilter& operator=(const BilateralFilter&) = delete;
 
     /// Raises gridOverrun when a guard word has changed.
-    ~BilateralFilter() noexcept(false);
+    ~BilateralFilter() noexcept(false); // NOLINT(bugprone-exception-escape)
 
     /// Bytes that the three grids of such a set-up take together.
     static std::int64_t gridBytes(std::int32_t tileWidth, std::int32_t tileHeight, float range,

@@ -128,7 +128,7 @@ std::vector<std::string> workerArguments(const CLI::App& command, const BatchOpt
             arguments.push_back(name);
         else
             for (const std::string& value : option->results())
-                arguments.push_back(name + "=" + value);
+                arguments.emplace_back(name).append("=").append(value);
     }
     if (options.quiet || options.jobs > 1)
         arguments.emplace_back("--quiet");
@@ -146,6 +146,7 @@ std::string threadsOf(const BatchOptions& options) {
 /// A kt7 for one photo, which ends when this process does. Raises UserError.
 pid_t startWorker(const std::vector<std::string>& arguments, const BatchOptions& options) {
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);

@@ -200,8 +200,8 @@ void keepValues(Metadata& metadata, const char* name, const std::vector<Value>& 
 
 /// How colours are meant, where no profile says it.
 void takeColours(Session& session, Metadata& metadata) {
-    const png_structp png = session.png;
-    const png_infop info = session.info;
+    png_struct* const png = session.png;
+    png_info* const info = session.info;
     png_charp name = nullptr;
     png_bytep profile = nullptr;
     png_uint_32 size = 0;
@@ -227,8 +227,8 @@ void takeColours(Session& session, Metadata& metadata) {
 }
 
 void takeMetadata(Session& session, Photo& photo) {
-    const png_structp png = session.png;
-    const png_infop info = session.info;
+    png_struct* const png = session.png;
+    png_info* const info = session.info;
     Metadata& metadata = photo.metadata;
     metadata.orientation = 0;
     png_bytep exif = nullptr;
@@ -271,8 +271,8 @@ void setLimits(Session& session) {
 Photo decodePng(std::span<const std::uint8_t> bytes, Depth depth) {
     Photo photo;
     Reader reader;
-    const png_structp png = reader.png;
-    const png_infop info = reader.info;
+    png_struct* const png = reader.png;
+    png_info* const info = reader.info;
     reader.unread = bytes;
     setLimits(reader);
     png_set_read_fn(png, static_cast<Session*>(&reader),
@@ -439,8 +439,8 @@ Coded encodePng(const Photo& photo, int) {
     Bytes exif = metadata.exif;
 
     Writer writer;
-    const png_structp png = writer.png;
-    const png_infop info = writer.info;
+    png_struct* const png = writer.png;
+    png_info* const info = writer.info;
     const bool alpha = !photo.alpha.empty();
     const std::size_t colours = static_cast<std::size_t>(photo.channels);
     const std::size_t channels = colours + (alpha ? 1 : 0);

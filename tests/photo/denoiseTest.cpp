@@ -360,7 +360,7 @@ TEST(PhotoDenoise, LosesNothingWhenMemoryRunsOut) {
     photo.denoise(); // what is made once for all calls is made now
     photo.result = photo.values;
     std::int64_t refused = 0;
-    for (;; ++refused) {
+    for (;; refused += requestStep) {
         photo.result = photo.values;
         const FailAllocations failing(refused, false);
         const std::int32_t result = photo.denoise();

@@ -28,13 +28,6 @@
 namespace kt7::test {
 namespace {
 
-// Instrumented calls take ten times as long; every request is refused in the other builds.
-#if defined(KT7_SANITIZED)
-constexpr std::int64_t requestStep = 7;
-#else
-constexpr std::int64_t requestStep = 1;
-#endif
-
 constexpr std::int32_t threwCode102 = -102, threwBadAlloc = -103, threwOther = -104;
 
 const std::vector<std::uint8_t> profile = blockOf(matrixProfile(2.2, {0.21, 0.71, 1.0}));

@@ -180,5 +180,11 @@ KT7_SHOWN void operator delete(void* block, std::size_t) noexcept {
 KT7_SHOWN void operator delete[](void* block, std::size_t) noexcept {
     release(block);
 }
+KT7_SHOWN void operator delete(void* block, const std::nothrow_t&) noexcept {
+    release(block);
+}
+KT7_SHOWN void operator delete[](void* block, const std::nothrow_t&) noexcept {
+    release(block);
+}
 
 #endif

@@ -9,6 +9,14 @@ namespace kt7::test {
 /// False where the allocator can't be replaced (under the thread sanitizer).
 bool canFailAllocations();
 
+/// From one refused request to the next, for tests that refuse each in turn: every one, but
+/// instrumented calls take ten times as long.
+#if defined(KT7_SANITIZED)
+inline constexpr std::int64_t requestStep = 7;
+#else
+inline constexpr std::int64_t requestStep = 1;
+#endif
+
 /// While it lives, request number `first` fails (0 is the next one), and with `forever` all after
 /// it.
 class FailAllocations {

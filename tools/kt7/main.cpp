@@ -1,6 +1,5 @@
 // kt7: denoises photographs from the command line.
-#include "kt7lib/kt7lib.h"
-#include "tools/kt7/commands/commands.h"
+#include "tools/kt7/application.h"
 #include "tools/kt7/errors.h"
 #include "tools/kt7/say.h"
 #include "tools/kt7/signals.h"
@@ -62,21 +61,14 @@ void resolveCommand(const CLI::App& application, Arguments& arguments) {
 }
 
 int run(Arguments arguments) {
-    CLI::App application("Removes noise from photographs.", "kt7");
-    application.formatter(usageFormatter());
-    application.set_version_flag("--version", "kt7 " KT7LIB_VERSION_TEXT);
-    application.require_subcommand(1);
-    application.footer("kt7 help COMMAND tells the options of a command.");
-    std::vector<Command> commands;
-    for (const auto add : {addDenoiseCommand, addEstimateCommand, addPreviewCommand,
-                           addLevelsCommand, addDemoCommand})
-        commands.push_back(add(application));
+    Application program;
+    CLI::App& application = *program.options;
     const CLI::App* used = &application;
     try {
         resolveCommand(application, arguments);
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
         application.parse(std::move(arguments));
-        for (const Command& command : commands)
+        for (const Command& command : program.commands)
             if (command.options->parsed()) {
                 used = command.options;
                 return finish(command.run());

@@ -1,4 +1,4 @@
-// The commands of kt7. A new one is a file of its own, a line here and one in main.cpp.
+// The commands of kt7. A new one is a file of its own, a line here and one in application.cpp.
 #pragma once
 
 #include <functional>

@@ -25,8 +25,8 @@
 #include "include/kt7lib/kt7lib.h"
 #include "qxutils/parallel.h"
 #include "tools/kt7/files/imageFile.h"
-#include "tools/kt7/library.h"
 #include "tools/kt7/scene/demoScene.h"
+#include "tools/kt7/screen.h"
 
 namespace {
 

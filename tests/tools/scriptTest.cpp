@@ -128,7 +128,8 @@ u='usage: kt7'
 fails 2 "$u COMMAND" kt7; fails 2 'did you mean denoise?' kt7 denoize; fails 2 'there are' kt7 xyzzy
 fails 2 "$u COMMAND" kt7 help paint; fails 2 "$u COMMAND" kt7 --nothing
 for args in 'a.png' 'a.png b.png c.png' '- --out-dir new' 'a.png c.png -s 1e9' 'a.png c.png -s nan' \
-    'a.png c.png --sharpen -1' 'a.png c.png --quality 0' 'a.png c.png --nothing' \
+    'a.png c.png --sharpen -1' 'a.png c.png --quality 0' 'a.png c.png --quality good' 'a.png c.png --quality 1 --quality 2' \
+    'a.png c.png --fast --quality best' 'a.png c.png --blend 1.1' 'a.png c.png --no-guard' 'a.png c.png --nothing' \
     'a.png c.png -f --skip-existing' 'a.png --suffix /x' 'a.png c.png -j 0' 'a.png c.png --noise 1,2'; do
     fails 2 "$u denoise [OPTIONS] IN... [OUT]" kt7 denoise $args
 done

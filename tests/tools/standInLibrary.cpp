@@ -11,6 +11,7 @@
 
 STAND_IN int32_t qxDenoiseKt7(QxProgress* progress, PSImage* image, const QxNoiseLevels*, float,
                               float, int32_t, float, float, int32_t) {
+    progress->total = 100000; // else the call counts as refused, as the denoiser is busy
     const char* result = std::getenv("KT7_STAND_IN_RESULT");
     if (result != nullptr)
         return std::atoi(result);

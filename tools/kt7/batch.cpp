@@ -2,7 +2,6 @@
 
 #include "tools/kt7/commands/commands.h"
 #include "tools/kt7/errors.h"
-#include "tools/kt7/json.h"
 #include "tools/kt7/progressBar.h"
 #include "tools/kt7/say.h"
 
@@ -26,18 +25,6 @@ namespace kt7::tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-Json recordOf(const Job& job) {
-    return {{"input", job.in}, {"output", job.out}};
-}
-
-void print(const BatchOptions& options, const Json& record) {
-    if (!options.json)
-        return;
-    // The picture itself may be on its way through standard output.
-    std::fprintf(record["output"] == "-" ? stderr : stdout, "%s\n", lineOf(record).c_str());
-    std::fflush(stdout); // whole lines, also when several processes write
-}
 
 /// A failure of one photo, which doesn't keep the others waiting.
 int failed(const BatchOptions& options, const Job& job, const std::string& message) {
@@ -208,6 +195,18 @@ int runSideBySide(const CLI::App& command, const BatchOptions& options,
 
 } // namespace
 
+Json recordOf(const Job& job) {
+    return {{"input", job.in}, {"output", job.out}};
+}
+
+void print(const BatchOptions& options, const Json& record) {
+    if (!options.json)
+        return;
+    // The picture itself may be on its way through standard output.
+    std::fprintf(record["output"] == "-" ? stderr : stdout, "%s\n", lineOf(record).c_str());
+    std::fflush(stdout); // whole lines, also when several processes write
+}
+
 void addForceOption(CLI::App& command, bool& force) {
     command.add_flag("--force,-f", force,
                      "Replace a file that is there already, the input too. The new file gets the "
@@ -241,7 +240,7 @@ void addBatchOptions(CLI::App& command, BatchOptions& options) {
     command
         .add_option("--jobs,-j", options.jobs,
                     "Photos to work on at once, each in a process of its own. Each needs its "
-                    "memory: about 30 bytes a pixel")
+                    "memory: about 60 bytes a pixel")
         ->check(CLI::Range(1, 256))
         ->type_name("N")
         ->capture_default_str();
@@ -253,8 +252,8 @@ void addBatchOptions(CLI::App& command, BatchOptions& options) {
         ->type_name("N");
     command.add_flag(
         "--json", options.json,
-        "Print one line of JSON for each photo: what was written, levels used, seconds "
-        "of each step, or the error");
+        "Print one line of JSON for each photo: what was written, what was measured, levels used, "
+        "seconds of each step, or the error");
     command.add_flag("--quiet,-q", options.quiet, "No progress bar and no summary");
 }
 

@@ -3,6 +3,7 @@
 
 #include "tools/kt7/files/atomicOutput.h"
 #include "tools/kt7/jobs.h"
+#include "tools/kt7/json.h"
 
 #include <functional>
 
@@ -30,6 +31,10 @@ void addForceOption(CLI::App& command, bool& force);
 
 /// All of the above but the format.
 void addBatchOptions(CLI::App& command, BatchOptions& options);
+
+/// The start of a photo's record, and what prints the whole, if records are wanted.
+Json recordOf(const Job& job);
+void print(const BatchOptions& options, const Json& record);
 
 /// Runs body(job, label) for each photo, where `label` names it on a progress bar; several at once
 /// are processes of their own, started with the same options. A failure is said, with --json as a

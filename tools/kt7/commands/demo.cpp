@@ -7,12 +7,12 @@
 #include "tools/kt7/files/atomicOutput.h"
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/json.h"
-#include "tools/kt7/library.h"
+#include "tools/kt7/photoLibrary.h"
 #include "tools/kt7/progressBar.h"
 #include "tools/kt7/say.h"
 #include "tools/kt7/scene/demoScene.h"
+#include "tools/kt7/screen.h"
 #include "tools/kt7/stepTimes.h"
-#include "tools/kt7/textureGuard.h"
 
 #include <CLI/CLI.hpp>
 
@@ -30,7 +30,7 @@ struct Options {
     std::string directory;
     std::string size =
         std::to_string(defaults::demoWidth) + "x" + std::to_string(defaults::demoHeight);
-    float strength = defaults::strength;
+    Kt7PhotoSettings settings = defaultSettings();
     bool fast = false;
     bool json = false;
     bool force = false;
@@ -95,14 +95,17 @@ int run(const Options& options) {
     });
     Photo photo = noisy;
 
-    const BlindLevels blind =
-        times.time("estimate", [&] { return blindLevels(photo, {.strength = options.strength}); });
+    Kt7PhotoSettings settings = options.settings;
+    if (options.fast)
+        settings.quality = kt7PhotoFast;
+    Kt7PhotoNoise noise{};
     {
         ProgressBar bar("demo", true);
-        times.time("denoise", [&] {
-            removeNoise(photo, {.levels = blind.levels, .fast = options.fast},
-                        [&](double done) { bar.show(done); });
-        });
+        LentPhoto lent(photo);
+        noise = times.time("estimate", [&] { return lent.measure([](double) {}); });
+        settings.noise = &noise;
+        times.time("denoise",
+                   [&] { lent.denoise(settings, [&](double done) { bar.show(done); }); });
     }
 
     times.time("write", [&] {
@@ -121,8 +124,9 @@ int run(const Options& options) {
     if (options.json)
         std::printf("%s\n", lineOf({{"width", width},
                                     {"height", height},
-                                    {"guard", jsonOf(blind.floor)},
-                                    {"levels", jsonOf(blind.levels)},
+                                    {"quality", nameOfQuality(settings.quality)},
+                                    {"measured", jsonOf(noise)},
+                                    {"levels", jsonOf(levelsTakenOut(noise, settings))},
                                     {"psnrNoisy", before},
                                     {"psnrDenoised", after},
                                     {"seconds", times.json()},
@@ -153,7 +157,7 @@ Command addDemoCommand(CLI::App& application) {
         ->check(checkSize)
         ->type_name("WxH")
         ->capture_default_str();
-    command->add_option("--strength,-s", options->strength, "As in kt7 denoise")
+    command->add_option("--strength,-s", options->settings.strength, "As in kt7 denoise")
         ->check(checkAmount)
         ->type_name("X")
         ->capture_default_str();

@@ -6,58 +6,88 @@
 #include "tools/kt7/errors.h"
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/json.h"
-#include "tools/kt7/library.h"
+#include "tools/kt7/photoLibrary.h"
 #include "tools/kt7/progressBar.h"
 #include "tools/kt7/say.h"
 #include "tools/kt7/stepTimes.h"
-#include "tools/kt7/textureGuard.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
+#include <iterator>
 #include <memory>
+#include <optional>
 #include <unistd.h>
+#include <utility>
 
 namespace kt7::tool {
 namespace {
 
+constexpr const char* qualityNames[] = {"fast", "full", "best"};
+static_assert(kt7PhotoFast == 0 && kt7PhotoFull == 1 && kt7PhotoBest == 2);
+
 struct Options {
     BatchOptions batch;
-    std::string noise;
-    float strength = defaults::strength;
-    float noiseGrain = defaults::noiseGrain;
-    bool noiseGrainGiven = false;
-    bool guard = true;
-    DenoiseSettings settings{.lumaSmooth = defaults::lumaSmooth,
-                             .sharpen = defaults::sharpen,
-                             .chromaMedian = defaults::chromaMedian,
-                             .chromaSmooth = defaults::chromaSmooth,
-                             .grain = defaults::grain};
-    int quality = 0; ///< 0: not given
+    std::string noise, mask;
+    std::optional<float> noiseGrain;
+    std::vector<std::string> qualities; ///< of denoising and of the file
+    bool fast = false;
+    Kt7PhotoSettings settings = defaultSettings();
+    int fileQuality = 0; ///< 0: not given
 };
 
-/// Levels for one photo: those of --noise, or measured ones.
-QxNoiseLevels chooseLevels(const Options& options, const Job& job, const Photo& photo,
-                           Json& report) {
-    QxNoiseLevels levels{};
+std::optional<std::int32_t> qualityNamed(const std::string& name) {
+    const auto* const found = std::ranges::find(qualityNames, name);
+    if (found == std::end(qualityNames))
+        return {};
+    return static_cast<std::int32_t>(found - std::begin(qualityNames));
+}
+
+/// 0 when it is no number from 1 to 100.
+int fileQuality(const std::string& text) {
+    int number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && rest == end && number >= 1 && number <= 100 ? number : 0;
+}
+
+std::string checkQuality(const std::string& text) {
+    if (qualityNamed(text) || fileQuality(text) > 0)
+        return {};
+    return "\"" + text + "\" is neither fast, full or best nor a number from 1 to 100";
+}
+
+/// Sorts out what --quality and --fast say. Raises UsageError when they contradict each other.
+void chooseQualities(Options& options) {
+    std::optional<std::int32_t> named;
+    if (options.fast)
+        named = kt7PhotoFast;
+    for (const std::string& text : options.qualities) {
+        const std::optional<std::int32_t> quality = qualityNamed(text);
+        if (quality && named.value_or(*quality) != *quality)
+            throw UsageError("--quality " + text + " contradicts " + nameOfQuality(*named) +
+                             ", which is asked for too");
+        if (quality)
+            named = quality;
+        else if (std::exchange(options.fileQuality, fileQuality(text)) != 0)
+            throw UsageError("--quality is given two numbers");
+    }
+    if (named)
+        options.settings.quality = *named;
+}
+
+/// What to take out of a photo: the noise that was measured, with the levels that were given.
+Kt7PhotoNoise chosenNoise(const Options& options, Kt7PhotoNoise noise) {
+    QxNoiseLevels levels = noise.levels;
     if (!options.noise.empty()) {
         const auto n = parseLevels(options.noise);
-        levels = scaled({n[0], n[1], n[2], n[3], n[4], n[5]}, options.strength, options.strength);
-    } else {
-        const BlindLevels blind =
-            blindLevels(photo, {.strength = options.strength, .guard = options.guard});
-        report["estimated"] = blind.estimate.measured;
-        if (blind.estimate.measured)
-            report["estimate"] = jsonOf(blind.estimate.levels);
-        else
-            say(about(job.in, std::string(notMeasured) + "; give levels with --noise"));
-        if (options.guard)
-            report["guard"] = jsonOf(blind.floor);
-        levels = blind.levels;
+        levels = {n[0], n[1], n[2], n[3], n[4], n[5]};
     }
-    if (options.noiseGrainGiven)
-        levels.noiseGrain = options.noiseGrain;
-    return levels;
+    levels.noiseGrain = options.noiseGrain.value_or(levels.noiseGrain);
+    setLevels(noise, levels);
+    return noise;
 }
 
 Json whatIsWritten(const Coded& coded) {
@@ -78,9 +108,7 @@ void printSummary(const Options& options, const Job& job, const Photo& photo,
         report["levels"] = jsonOf(levels);
         report["seconds"] = times.json();
         report["megapixelsPerSecond"] = rate;
-        // The picture itself may be on its way through standard output.
-        std::fprintf(job.out == "-" ? stderr : stdout, "%s\n", lineOf(report).c_str());
-        std::fflush(stdout);
+        print(options.batch, report);
     } else if (!options.batch.quiet && isatty(STDERR_FILENO)) {
         std::fprintf(stderr, "%s -> %s\n", shown(job.in).c_str(), shown(job.out).c_str());
         std::fprintf(stderr,
@@ -94,30 +122,45 @@ void printSummary(const Options& options, const Job& job, const Photo& photo,
     }
 }
 
-void denoiseFile(const Options& options, const Job& job, const std::string& label) {
+void denoiseFile(const Options& options, Mask* mask, const Job& job, const std::string& label) {
     StepTimes times;
     checkWritable(job.out, options.batch.existing());
     Photo photo = times.time("read", [&] { return readPhoto(job.in); });
     const FileFormat& format = writableFormat(job.out, options.batch.placement.format, photo);
+    Kt7PhotoSettings settings = options.settings;
+    Kt7PhotoMask where{};
+    if (mask != nullptr) {
+        where = mask->forPhoto(photo);
+        settings.mask = &where;
+    }
 
-    Json report{{"input", job.in},
-                {"output", job.out},
-                {"width", photo.width},
-                {"height", photo.height},
-                {"bits", photo.bits}};
-    DenoiseSettings settings = options.settings;
-    settings.levels =
-        times.time("estimate", [&] { return chooseLevels(options, job, photo, report); });
+    Kt7PhotoNoise measured{}, chosen{};
     {
+        constexpr double measureShare = 0.15; // of the bar
         ProgressBar bar(label, !options.batch.quiet);
-        times.time("denoise",
-                   [&] { removeNoise(photo, settings, [&](double done) { bar.show(done); }); });
+        LentPhoto lent(photo);
+        measured = times.time("estimate", [&] {
+            return lent.measure([&](double done) { bar.show(measureShare * done); });
+        });
+        chosen = chosenNoise(options, measured);
+        settings.noise = &chosen;
+        times.time("denoise", [&] {
+            lent.denoise(settings, [&](double done) {
+                bar.show(measureShare + (1.0 - measureShare) * done);
+            });
+        });
     }
     const Coded coded = times.time("write", [&] {
-        return writePhoto(photo, job.out, format, options.quality, options.batch.existing());
+        return writePhoto(photo, job.out, format, options.fileQuality, options.batch.existing());
     });
+    Json report = recordOf(job);
+    report["width"] = photo.width;
+    report["height"] = photo.height;
+    report["bits"] = photo.bits;
+    report["quality"] = nameOfQuality(settings.quality);
+    report["measured"] = jsonOf(measured);
     report["written"] = whatIsWritten(coded);
-    printSummary(options, job, photo, settings.levels, times, report);
+    printSummary(options, job, photo, levelsTakenOut(chosen, settings), times, report);
 }
 
 void addFileOptions(CLI::App& command, Options& options) {
@@ -128,22 +171,50 @@ void addFileOptions(CLI::App& command, Options& options) {
                     "OUT; for standard output, the format of the input")
         ->type_name("NAME");
     command
-        .add_option("--quality", options.quality,
-                    "Quality of lossy output. Default: a JPEG made from a JPEG keeps the steps and "
-                    "the colour resolution that the camera chose, lossless files stay lossless; " +
+        .add_option("--quality", options.qualities,
+                    "A name chooses how the noise is removed (fast, full: slower, a little more "
+                    "detail; best, the default: fast, then a filter with the measured spectrum of "
+                    "the noise), a number from 1 to 100 the quality of a lossy file; may be given "
+                    "twice to set both. Default of the number: a JPEG made from a JPEG keeps the "
+                    "steps and the colour resolution that the camera chose, lossless files stay "
+                    "lossless; " +
                         std::to_string(defaults::lossyQuality) + " for others")
-        ->check(CLI::Range(1, 100))
-        ->type_name("N");
+        ->take_all()
+        ->allow_extra_args(false)
+        ->check(checkQuality)
+        ->type_name("NAME|N");
+    command.add_flag("--fast", options.fast, "The short way to --quality fast");
 }
 
-void addNoiseOptions(CLI::App& command, Options& options) {
-    command
-        .add_option("--strength,-s", options.strength,
-                    "How much of the noise to take out: scales the noise levels. Below 1 keeps "
-                    "more grain and texture, above 1 smooths more")
+void addAmount(CLI::App& command, const char* name, float& value, const char* help) {
+    command.add_option(name, value, help)
         ->check(checkAmount)
         ->type_name("X")
         ->capture_default_str();
+}
+
+void addNoiseOptions(CLI::App& command, Options& options) {
+    Kt7PhotoSettings& settings = options.settings;
+    addAmount(command, "--strength,-s", settings.strength,
+              "How much of the noise to take out. Below 1 keeps more grain and texture, above 1 "
+              "smooths more");
+    addAmount(command, "--luma", settings.luma,
+              "The same for brightness alone; multiplied with --strength");
+    addAmount(command, "--colour", settings.colour,
+              "The same for colour alone; multiplied with --strength");
+    command
+        .add_option("--blend", settings.amount,
+                    "How much of the result to use: 1 is all of it, 0 the photo as it was")
+        ->check(CLI::Range(0.0f, 1.0f))
+        ->check(checkAmount)
+        ->type_name("X")
+        ->capture_default_str();
+    command
+        .add_option("--mask", options.mask,
+                    "A grey picture of the photo's size that says where to denoise: white wholly, "
+                    "black not at all. Pixel for pixel as the files hold them, before any "
+                    "turning")
+        ->type_name("FILE");
     command
         .add_option("--noise", options.noise,
                     "Noise levels instead of measured ones, six numbers with commas: luma in the "
@@ -152,28 +223,18 @@ void addNoiseOptions(CLI::App& command, Options& options) {
                     "estimate")
         ->check(checkLevels)
         ->type_name("M,U,V,S,H,G");
-    command.add_flag("!--no-guard", options.guard,
-                     "Believe the measured noise as it is. By default it is held to what the "
-                     "calmest places of the photo show, so that fine texture isn't taken for "
-                     "noise, and raised less where the noise is fine");
     command
         .add_option("--noise-grain", options.noiseGrain,
                     "How coarse the noise is, 0 to 2: 0 for the fine noise of a raw file, more for "
-                    "the blotches that in-camera JPEGs leave")
+                    "the blotches that in-camera JPEGs leave. Default: as measured")
         ->check(CLI::Range(0.0f, 2.0f))
         ->check(checkAmount)
-        ->type_name("G")
-        ->capture_default_str();
-    command.add_flag("--fast", options.settings.fast,
-                     "Quick search: faster, a little less detail kept");
+        ->type_name("G");
 }
 
-void addLookOptions(CLI::App& command, DenoiseSettings& settings) {
+void addLookOptions(CLI::App& command, Kt7PhotoSettings& settings) {
     const auto amount = [&](const char* name, float& value, const char* help) {
-        command.add_option(name, value, help)
-            ->check(checkAmount)
-            ->type_name("X")
-            ->capture_default_str();
+        addAmount(command, name, value, help);
     };
     amount("--luma-smooth", settings.lumaSmooth,
            "Smooth brightness within edges, 0.01 to 0.05. Careful: the pass limits luma at 0.64 of "
@@ -206,10 +267,13 @@ Command addDenoiseCommand(CLI::App& application) {
     addNoiseOptions(*command, *options);
     addLookOptions(*command, options->settings);
     return {command, [command, options] {
-                options->noiseGrainGiven = command->count("--noise-grain") > 0;
+                chooseQualities(*options);
+                std::unique_ptr<Mask> mask;
+                if (!options->mask.empty())
+                    mask = std::make_unique<Mask>(options->mask);
                 return runBatch(*command, options->batch,
                                 [&](const Job& job, const std::string& label) {
-                                    denoiseFile(*options, job, label);
+                                    denoiseFile(*options, mask.get(), job, label);
                                 });
             }};
 }

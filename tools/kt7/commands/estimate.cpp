@@ -3,7 +3,7 @@
 #include "tools/kt7/errors.h"
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/json.h"
-#include "tools/kt7/library.h"
+#include "tools/kt7/photoLibrary.h"
 #include "tools/kt7/say.h"
 
 #include <CLI/CLI.hpp>
@@ -37,10 +37,8 @@ int run(const Options& options) {
     int result = exitOk;
     for (const std::string& file : options.files) {
         try {
-            const Photo photo = readPhoto(file);
-            const NoiseEstimate estimate = estimateNoise(photo);
-            if (!estimate.measured)
-                throw UserError(about(file, notMeasured));
+            Photo photo = readPhoto(file);
+            const Kt7PhotoNoise noise = LentPhoto(photo).measure([](double) {});
             if (!headed)
                 std::printf("%-*s  %10s  %10s  %10s  %10s  %10s  %10s\n", nameWidth, "file",
                             "lumaMid", "chromaU", "chromaV", "lumaLow", "lumaHigh", "noiseGrain");
@@ -49,10 +47,10 @@ int run(const Options& options) {
                 std::printf("%s\n", lineOf({{"input", file},
                                             {"width", photo.width},
                                             {"height", photo.height},
-                                            {"levels", jsonOf(estimate.levels)}})
+                                            {"measured", jsonOf(noise)}})
                                         .c_str());
             else
-                printRow(file, estimate.levels, nameWidth);
+                printRow(file, noise.levels, nameWidth);
         } catch (const std::exception& error) {
             const std::string message = describe(file, error);
             say(message);
@@ -68,12 +66,11 @@ int run(const Options& options) {
 
 Command addEstimateCommand(CLI::App& application) {
     CLI::App* command = application.add_subcommand("estimate", "Measure the noise of photos");
-    command->footer("The levels are standard deviations where 1 is full scale: luma in the "
-                    "midtones, the two colour differences, luma at black and at white; the noise "
-                    "grain is a shape from 0 to 2. Joined with commas they fit kt7 denoise "
-                    "--noise, which takes them as they are. On its own, kt7 denoise holds them "
-                    "to what the calmest places of the photo show and raises them by up to 2.2 in "
-                    "luma and 3.5 in colour: noise that a camera has blurred measures low.");
+    command->footer("The levels are those that kt7 denoise takes out at strength 1, chosen by rule "
+                    "from what was measured; --json tells all of that. They are standard "
+                    "deviations where 1 is full scale: luma in the midtones, the two colour "
+                    "differences, luma at black and at white; the noise grain is a shape from 0 "
+                    "to 2. Joined with commas they fit kt7 denoise --noise.");
     const auto options = std::make_shared<Options>();
     command->add_option("files", options->files, "Photos; - stands for standard input")
         ->required()

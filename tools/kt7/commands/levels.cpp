@@ -4,7 +4,7 @@
 #include "tools/kt7/defaults.h"
 #include "tools/kt7/errors.h"
 #include "tools/kt7/files/imageFile.h"
-#include "tools/kt7/library.h"
+#include "tools/kt7/screen.h"
 
 #include <CLI/CLI.hpp>
 

@@ -5,8 +5,8 @@
 #include "tools/kt7/errors.h"
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/files/inputBytes.h"
-#include "tools/kt7/library.h"
 #include "tools/kt7/say.h"
+#include "tools/kt7/screen.h"
 
 #include <CLI/CLI.hpp>
 

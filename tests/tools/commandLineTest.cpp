@@ -248,6 +248,33 @@ TEST_F(CommandLine, StrengthsOfBrightnessAndColourAreApart) {
     EXPECT_GT(colour.second, 0.6 * both.second);
 }
 
+TEST_F(CommandLine, ComparesStrengthsSideBySide) {
+    const Result said = run({"compare", photo, folder / "c.png", "--fast", "--strengths", "0,2",
+                             "--crop", "24x16+40+32", "--amplify", "3", "--json"});
+    ASSERT_EQ(said.code, 0) << said.err;
+    EXPECT_EQ(tool::Json::parse(said.out)["columns"], tool::Json::array({"before", 0.0, 2.0}));
+    const Photo before = tool::readPhoto(photo), picture = tool::readPhoto(folder / "c.png");
+    ASSERT_EQ(picture.width, 3 * 24 + 2 * 8);
+    ASSERT_EQ(picture.height, 2 * 16 + 8);
+    // The sample of a panel, which is 24 by 16 with 8 of paper between.
+    const auto at = [&](int column, int row, int x, int y) {
+        return static_cast<int>(picture.samples[static_cast<std::size_t>(
+            3 * ((row * 24 + y) * picture.width + column * 32 + x / 3) + x % 3)]);
+    };
+    int changed = 0;
+    for (int y = 0; y < 16; ++y)
+        for (int x = 0; x < 3 * 24; ++x) {
+            const int was = before.samples[static_cast<std::size_t>(3 * (64 * (y + 32) + 40) + x)];
+            ASSERT_EQ(at(0, 0, x, y), was);
+            ASSERT_EQ(at(1, 0, x, y), was); // strength 0
+            ASSERT_NEAR(at(1, 1, x, y), 128, 1);
+            const int removed = was - at(2, 0, x, y);
+            changed += removed != 0;
+            ASSERT_NEAR(at(2, 1, x, y), std::clamp(127.5 + 3 * removed, 0.0, 255.0), 1);
+        }
+    EXPECT_GT(changed, 500);
+}
+
 TEST_F(CommandLine, EveryFailureIsOneLineAndLeavesNothing) {
     writeBytes(folder / "text.jpg", "no picture");
     writeBytes(folder / "cut.png", bytesOf(photo).substr(0, 3000));
@@ -268,6 +295,8 @@ TEST_F(CommandLine, EveryFailureIsOneLineAndLeavesNothing) {
         {denoise({photo, out, "--mask", folder / "nothing.png"}), 1},
         {denoise({photo, out, "--mask", folder / "small.png"}), 1},
         {{"estimate", folder / "text.jpg"}, 1},
+        {{"compare", photo, out, "--crop", "32x32+33+0"}, 1},
+        {{"compare", folder / "text.jpg", out}, 1},
         {{"demo", folder / "none/demo"}, 1},
         {{"preview", photo, out, "--profile", folder / "text.jpg"}, 1},
         {{"levels", folder / "text.jpg", out, "--view", "luma"}, 1},

@@ -44,6 +44,7 @@ fails 1 'b.png: is there already' $d *.png
 fails 1 'a.png: is there already' $d a.png a.png
 fails 1 'a.png: is there already' $d --out-dir . a.png
 fails 1 'a.png: is there already' kt7 preview b.png a.png
+fails 1 'a.png: is there already' kt7 compare b.png a.png
 fails 1 'a.png: is there already' kt7 levels b.png a.png --view luma
 mkdir demo; cp a.png demo/clean.png
 fails 1 'clean.png: is there already' kt7 demo demo --size 64x48
@@ -132,6 +133,9 @@ for args in 'a.png' 'a.png b.png c.png' '- --out-dir new' 'a.png c.png -s 1e9' '
     'a.png c.png --fast --quality best' 'a.png c.png --blend 1.1' 'a.png c.png --no-guard' 'a.png c.png --nothing' \
     'a.png c.png -f --skip-existing' 'a.png --suffix /x' 'a.png c.png -j 0' 'a.png c.png --noise 1,2'; do
     fails 2 "$u denoise [OPTIONS] IN... [OUT]" kt7 denoise $args
+done
+for args in '--crop 15x20+0+0' '--crop 20x20+-1+0' '--crop 20x20' '--strengths 1,' '--strengths 1,2,3,4,5,6,7,8,9'; do
+    fails 2 "$u compare" kt7 compare a.png c.png $args
 done
 fails 2 "$u preview" kt7 preview a.png c.png --width 0; fails 2 "$u levels" kt7 levels a.png c.png --view x
 fails 2 "$u demo" kt7 demo new --size 0x7

@@ -13,8 +13,8 @@ Application::Application()
     options->set_version_flag("--version", "kt7 " KT7LIB_VERSION_TEXT);
     options->require_subcommand(1);
     options->footer("kt7 help COMMAND tells the options of a command.");
-    for (const auto add : {addDenoiseCommand, addEstimateCommand, addPreviewCommand,
-                           addLevelsCommand, addDemoCommand})
+    for (const auto add : {addDenoiseCommand, addEstimateCommand, addCompareCommand,
+                           addPreviewCommand, addLevelsCommand, addDemoCommand})
         commands.push_back(add(*options));
 }
 

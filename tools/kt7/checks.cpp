@@ -1,6 +1,10 @@
 #include "tools/kt7/checks.h"
 
+#include <algorithm>
+#include <cctype>
 #include <charconv>
+#include <initializer_list>
+#include <tuple>
 
 namespace kt7::tool {
 
@@ -14,14 +18,31 @@ bool readAmount(const char*& at, const char* end, float& value) {
     return error == std::errc() && value >= 0.0f && value <= most;
 }
 
-bool readLevels(const std::string& text, std::array<float, 6>& levels) {
+/// Amounts with commas between them; empty when the text holds anything else.
+std::vector<float> readAmounts(const std::string& text) {
+    std::vector<float> amounts;
     const char* at = text.data();
     const char* end = at + text.size();
-    for (float& level : levels) {
-        if (&level != levels.data() && (at == end || *at++ != ','))
+    do {
+        if (!readAmount(at, end, amounts.emplace_back()))
+            return {};
+    } while (at != end && *at++ == ',');
+    return at == end && !text.ends_with(',') ? amounts : std::vector<float>();
+}
+
+/// Whole numbers, each behind its mark (a letter in either case); false when there is anything else.
+bool readNumbers(const std::string& text, std::initializer_list<char> marks,
+                 std::initializer_list<std::int32_t*> numbers) {
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    auto mark = marks.begin();
+    for (std::int32_t* number : numbers) {
+        if (number != *numbers.begin() && (at == end || std::tolower(*at++) != *mark++))
             return false;
-        if (!readAmount(at, end, level))
+        const auto [rest, error] = std::from_chars(at, end, *number);
+        if (error != std::errc())
             return false;
+        at = rest;
     }
     return at == end;
 }
@@ -38,26 +59,20 @@ std::string checkAmount(const std::string& text) {
 }
 
 std::string checkLevels(const std::string& text) {
-    std::array<float, 6> levels{};
-    if (readLevels(text, levels))
+    if (readAmounts(text).size() == std::tuple_size<decltype(parseLevels(text))>())
         return {};
     return "\"" + text + "\" is not six numbers from 0 to 100 with commas";
 }
 
 std::array<float, 6> parseLevels(const std::string& text) {
     std::array<float, 6> levels{};
-    readLevels(text, levels);
+    std::ranges::copy(readAmounts(text), levels.begin());
     return levels;
 }
 
 Size parseSize(const std::string& text) {
     Size size{0, 0};
-    const char* end = text.data() + text.size();
-    const auto width = std::from_chars(text.data(), end, size.width);
-    if (width.ec != std::errc() || width.ptr == end || (*width.ptr != 'x' && *width.ptr != 'X'))
-        return {0, 0};
-    const auto height = std::from_chars(width.ptr + 1, end, size.height);
-    return height.ec == std::errc() && height.ptr == end ? size : Size{0, 0};
+    return readNumbers(text, {'x'}, {&size.width, &size.height}) ? size : Size{0, 0};
 }
 
 std::string checkSize(const std::string& text) {
@@ -67,6 +82,33 @@ std::string checkSize(const std::string& text) {
         if (side < smallest || side > largest)
             return "\"" + text + "\" is not a size such as 768x512 (16 to 32768 a side)";
     return {};
+}
+
+std::string checkCrop(const std::string& text) {
+    constexpr std::int32_t smallest = 16;
+    const Crop crop = parseCrop(text);
+    if (crop.width >= smallest && crop.height >= smallest && crop.left >= 0 && crop.top >= 0)
+        return {};
+    return "\"" + text + "\" is not a crop such as 320x240+100+50 (16 or more a side)";
+}
+
+Crop parseCrop(const std::string& text) {
+    Crop crop{};
+    return readNumbers(text, {'x', '+', '+'}, {&crop.width, &crop.height, &crop.left, &crop.top})
+               ? crop
+               : Crop{};
+}
+
+std::string checkStrengths(const std::string& text) {
+    constexpr std::size_t most = 8;
+    const std::size_t count = readAmounts(text).size();
+    if (count >= 1 && count <= most)
+        return {};
+    return "\"" + text + "\" is not one to eight numbers from 0 to 100 with commas";
+}
+
+std::vector<float> parseStrengths(const std::string& text) {
+    return readAmounts(text);
 }
 
 } // namespace kt7::tool

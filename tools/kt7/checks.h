@@ -2,7 +2,9 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace kt7::tool {
 
@@ -23,5 +25,19 @@ struct Size {
 };
 /// Of a text that passed checkSize.
 Size parseSize(const std::string& text);
+
+/// "320x240+100+50": sides from 16, and where the top left pixel is.
+std::string checkCrop(const std::string& text);
+
+struct Crop {
+    std::int32_t width, height, left, top;
+};
+/// Of a text that passed checkCrop.
+Crop parseCrop(const std::string& text);
+
+/// One to eight amounts with commas between them.
+std::string checkStrengths(const std::string& text);
+/// Of a text that passed checkStrengths.
+std::vector<float> parseStrengths(const std::string& text);
 
 } // namespace kt7::tool

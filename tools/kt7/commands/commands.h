@@ -20,6 +20,7 @@ struct Command {
 
 Command addDenoiseCommand(CLI::App& application);
 Command addEstimateCommand(CLI::App& application);
+Command addCompareCommand(CLI::App& application);
 Command addDemoCommand(CLI::App& application);
 Command addPreviewCommand(CLI::App& application);
 Command addLevelsCommand(CLI::App& application);

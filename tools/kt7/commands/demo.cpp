@@ -8,6 +8,7 @@
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/json.h"
 #include "tools/kt7/photoLibrary.h"
+#include "tools/kt7/pictureCommand.h"
 #include "tools/kt7/progressBar.h"
 #include "tools/kt7/say.h"
 #include "tools/kt7/scene/demoScene.h"
@@ -20,7 +21,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
-#include <initializer_list>
 #include <memory>
 
 namespace kt7::tool {
@@ -42,27 +42,6 @@ Photo photoOf(int width, int height, const Bytes& rgb) {
     photo.height = height;
     photo.samples.assign(rgb.begin(), rgb.end());
     return photo;
-}
-
-/// Pictures of one size beside each other.
-Photo sideBySide(std::initializer_list<const Photo*> panels) {
-    constexpr int gap = 8;
-    constexpr std::uint16_t paper = 245;
-    const Photo& first = **panels.begin();
-    const auto count = static_cast<int>(panels.size());
-    Photo whole;
-    whole.width = count * first.width + (count - 1) * gap;
-    whole.height = first.height;
-    const auto row = static_cast<std::size_t>(first.width) * 3;
-    for (std::size_t y = 0; y < static_cast<std::size_t>(first.height); ++y)
-        for (const Photo* panel : panels) {
-            const auto from = panel->samples.begin() + static_cast<std::ptrdiff_t>(y * row);
-            if (panel != *panels.begin())
-                whole.samples.insert(whole.samples.end(), 3 * gap, paper);
-            whole.samples.insert(whole.samples.end(), from,
-                                 from + static_cast<std::ptrdiff_t>(row));
-        }
-    return whole;
 }
 
 void makeDirectory(const std::string& directory) {
@@ -115,7 +94,7 @@ int run(const Options& options) {
         write(clean, "clean.png");
         write(noisy, "noisy.png");
         write(photo, "denoised.png");
-        write(sideBySide({&noisy, &photo, &clean}), "side-by-side.png");
+        write(onPaper({{&noisy, &photo, &clean}}), "side-by-side.png");
     });
 
     const Bytes truth = screenRgb(clean);

@@ -1,9 +1,9 @@
 // kt7 levels: one aspect of a photo, brightened or stretched until it shows.
-#include "tools/kt7/batch.h"
 #include "tools/kt7/commands/commands.h"
 #include "tools/kt7/defaults.h"
 #include "tools/kt7/errors.h"
 #include "tools/kt7/files/imageFile.h"
+#include "tools/kt7/pictureCommand.h"
 #include "tools/kt7/screen.h"
 
 #include <CLI/CLI.hpp>
@@ -16,8 +16,8 @@ namespace kt7::tool {
 namespace {
 
 struct Options {
-    bool force = false;
-    std::string in, out, view;
+    PictureFiles files;
+    std::string view;
     std::int32_t target = 0;
     bool targetGiven = false;
 };
@@ -85,21 +85,17 @@ std::int32_t apply(const View& view, std::uint8_t* rgb, std::int32_t width, std:
 }
 
 int run(const Options& options) {
-    const Existing existing = options.force ? Existing::replace : Existing::refuse;
-    checkWritable(options.out, existing);
-    const Photo photo = readPhoto(options.in);
-    const FileFormat& format =
-        writableFormat(options.out, options.out == "-" ? "png" : std::string(), photo);
-    Bytes rgb = screenRgb(photo);
     const View& view = *viewNamed(options.view);
     const std::int32_t usual =
         view.differences ? defaults::differenceTarget : defaults::brightnessTarget;
-    const std::int32_t result = apply(view, rgb.data(), photo.width, photo.height,
-                                      options.targetGiven ? options.target : usual);
-    if (result != 1)
-        throw UserError(about(options.in, "the view failed"));
-    writePhoto(pictureFrom(photo, photo.width, photo.height, rgb, photo.metadata.icc), options.out,
-               format, defaults::lossyQuality, existing);
+    makePicture(options.files, [&](const Photo& photo) {
+        Bytes rgb = screenRgb(photo);
+        const std::int32_t result = apply(view, rgb.data(), photo.width, photo.height,
+                                          options.targetGiven ? options.target : usual);
+        if (result != 1)
+            throw UserError(about(options.files.in, "the view failed"));
+        return pictureFrom(photo, photo.width, photo.height, rgb, photo.metadata.icc);
+    });
     return exitOk;
 }
 
@@ -115,12 +111,7 @@ Command addLevelsCommand(CLI::App& application) {
     footer += "Colour differences show middle grey where there is none.";
     command->footer(footer);
     const auto options = std::make_shared<Options>();
-    command->add_option("in", options->in, "The photo; - stands for standard input")
-        ->required()
-        ->type_name("IN");
-    command->add_option("out", options->out, "The picture, 8 bits; - writes PNG to standard output")
-        ->required()
-        ->type_name("OUT.png");
+    addPictureFiles(*command, options->files);
     command->add_option("--view", options->view, "What to show; see below")
         ->required()
         ->check(checkView)
@@ -134,7 +125,6 @@ Command addLevelsCommand(CLI::App& application) {
                          std::to_string(defaults::differenceTarget))
         ->check(CLI::Range(0, 255))
         ->type_name("N");
-    addForceOption(*command, options->force);
     return {command, [command, options] {
                 options->targetGiven = command->count("--target") > 0;
                 return run(*options);

@@ -1,10 +1,9 @@
 // kt7 preview: a photo as an editor shows it on a screen.
-#include "tools/kt7/batch.h"
 #include "tools/kt7/commands/commands.h"
-#include "tools/kt7/defaults.h"
 #include "tools/kt7/errors.h"
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/files/inputBytes.h"
+#include "tools/kt7/pictureCommand.h"
 #include "tools/kt7/say.h"
 #include "tools/kt7/screen.h"
 
@@ -21,8 +20,8 @@ namespace {
 using Profile = Bytes;
 
 struct Options {
-    bool force = false;
-    std::string in, out, screenProfile;
+    PictureFiles files;
+    std::string screenProfile;
     std::int32_t width = 0;
 };
 
@@ -76,36 +75,33 @@ Scale scaleTo(std::int32_t wanted, const Photo& photo) {
     return {factor, wanted, sideAt(photo.height, factor)};
 }
 
-int run(const Options& options) {
-    const Existing existing = options.force ? Existing::replace : Existing::refuse;
-    checkWritable(options.out, existing);
-    const Profile target =
-        options.screenProfile.empty() ? Profile() : readProfile(options.screenProfile);
-    if (!target.empty() && !isUsable(target))
-        throw UserError(about(options.screenProfile, "is not the profile of an RGB screen"));
-    const Photo photo = readPhoto(options.in);
-    const FileFormat& format =
-        writableFormat(options.out, options.out == "-" ? "png" : std::string(), photo);
-
+Photo draw(const Options& options, const Profile& target, const Photo& photo) {
     const auto [factor, width, height] = scaleTo(options.width, photo);
     if (height < 1)
-        throw UserError(about(options.in, "has no row left at that width"));
+        throw UserError(about(options.files.in, "has no row left at that width"));
     if (std::int64_t{4} * width > std::numeric_limits<std::int32_t>::max())
-        throw UserError(about(options.in, "is too wide for a screen; choose a --width"));
+        throw UserError(about(options.files.in, "is too wide for a screen; choose a --width"));
     const std::size_t pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
     std::vector<std::uint8_t> screen(4 * pixels);
     const Profile& source = photo.metadata.icc;
     LibraryImage carried(photo);
     if (!fillScreen(profilesOf(source, target), carried.view(), screen, width, height, factor)) {
-        say(about(options.in, "its colour profile can't be used; taken as sRGB"));
+        say(about(options.files.in, "its colour profile can't be used; taken as sRGB"));
         fillScreen(profilesOf({}, target), carried.view(), screen, width, height, factor);
     }
     std::vector<std::uint8_t> rgb(3 * pixels);
     for (std::size_t i = 0; i < pixels; ++i)
         for (std::size_t c = 0; c < 3; ++c)
             rgb[3 * i + c] = screen[4 * i + 2 - c];
-    writePhoto(pictureFrom(photo, width, height, rgb, target), options.out, format,
-               defaults::lossyQuality, existing);
+    return pictureFrom(photo, width, height, rgb, target);
+}
+
+int run(const Options& options) {
+    const Profile target =
+        options.screenProfile.empty() ? Profile() : readProfile(options.screenProfile);
+    if (!target.empty() && !isUsable(target))
+        throw UserError(about(options.screenProfile, "is not the profile of an RGB screen"));
+    makePicture(options.files, [&](const Photo& photo) { return draw(options, target, photo); });
     return exitOk;
 }
 
@@ -118,12 +114,7 @@ Command addPreviewCommand(CLI::App& application) {
                     "the screen. The picture is made from four neighbouring pixels at a time, "
                     "quickly; below half the size, fine texture may shimmer.");
     const auto options = std::make_shared<Options>();
-    command->add_option("in", options->in, "The photo; - stands for standard input")
-        ->required()
-        ->type_name("IN");
-    command->add_option("out", options->out, "The picture, 8 bits; - writes PNG to standard output")
-        ->required()
-        ->type_name("OUT.png");
+    addPictureFiles(*command, options->files);
     command
         ->add_option("--width", options->width,
                      "Width of the picture in pixels; the height follows. Default: as the photo, "
@@ -134,7 +125,6 @@ Command addPreviewCommand(CLI::App& application) {
         ->add_option("--profile", options->screenProfile,
                      "ICC profile of the screen, which is also put into the picture. Default: sRGB")
         ->type_name("SCREEN.icc");
-    addForceOption(*command, options->force);
     return {command, [options] { return run(*options); }};
 }
 

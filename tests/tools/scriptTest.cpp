@@ -44,6 +44,7 @@ fails 1 'b.png: is there already' $d *.png
 fails 1 'a.png: is there already' $d a.png a.png
 fails 1 'a.png: is there already' $d --out-dir . a.png
 fails 1 'a.png: is there already' kt7 preview b.png a.png
+fails 1 'a.png: is there already' kt7 estimate b.png --plot a.png
 fails 1 'a.png: is there already' kt7 compare b.png a.png
 fails 1 'a.png: is there already' kt7 levels b.png a.png --view luma
 mkdir demo; cp a.png demo/clean.png
@@ -141,6 +142,19 @@ fails 2 "$u preview" kt7 preview a.png c.png --width 0; fails 2 "$u levels" kt7 
 fails 2 "$u demo" kt7 demo new --size 0x7
 [ "$(kt7 help denoise)" = "$(kt7 denoise --help)" ]; kt7 help | grep -q estimate
 not test -e new; not test -e c.png
+)sh"},
+    {"NoiseIsDrawn", R"sh(
+odd='a&<b.png'; cp a.png "$odd"; kt7 estimate "$odd" --plot plot.svg >rows; [ "$(wc -l <rows)" = 2 ]
+grep -q 'Noise of a&amp;&lt;b.png</text>' plot.svg; [ "$(tail -n 1 plot.svg)" = '</svg>' ]
+for tag in svg style text; do
+    [ "$(grep -o "<$tag[ >]" plot.svg | wc -l)" = "$(grep -o "</$tag>" plot.svg | wc -l)" ]
+done
+# Three curves of six points and three of fourteen, all within the axes.
+grep -o 'points="[^"]*' plot.svg | cut -d '"' -f 2 >points; [ "$(wc -l <points)" = 6 ]
+[ "$(wc -w <points)" = 60 ]
+tr -s ' ' '\n' <points | grep . | awk -F , '$1 < 60 || $1 > 900 || $2 < 90 || $2 > 350 { exit 1 }'
+fails 2 'one photo' kt7 estimate a.png b.png --plot c.svg; not test -e c.svg
+fails 1 'nothing.png' kt7 estimate nothing.png --plot c.svg; not test -e c.svg
 )sh"},
     {"SeveralPhotosAtOnce", R"sh(
 printf 'no picture' >text.png; cp a.png -- -dash.png

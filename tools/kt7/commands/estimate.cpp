@@ -1,8 +1,11 @@
 // kt7 estimate: the noise levels of photographs.
+#include "tools/kt7/batch.h"
 #include "tools/kt7/commands/commands.h"
 #include "tools/kt7/errors.h"
+#include "tools/kt7/files/atomicOutput.h"
 #include "tools/kt7/files/imageFile.h"
 #include "tools/kt7/json.h"
+#include "tools/kt7/noisePlot.h"
 #include "tools/kt7/photoLibrary.h"
 #include "tools/kt7/say.h"
 
@@ -17,6 +20,8 @@ namespace {
 
 struct Options {
     std::vector<std::string> files;
+    std::string plot;
+    bool force = false;
     bool json = false;
 };
 
@@ -29,6 +34,12 @@ void printRow(const std::string& file, const QxNoiseLevels& levels, int nameWidt
 }
 
 int run(const Options& options) {
+    const Existing existing = options.force ? Existing::replace : Existing::refuse;
+    if (!options.plot.empty()) {
+        if (options.files.size() > 1)
+            throw UsageError("--plot takes one photo");
+        checkWritable(options.plot, existing);
+    }
     std::size_t longest = 4;
     for (const std::string& file : options.files)
         longest = std::max(longest, shown(file).size());
@@ -39,6 +50,10 @@ int run(const Options& options) {
         try {
             Photo photo = readPhoto(file);
             const Kt7PhotoNoise noise = LentPhoto(photo).measure([](double) {});
+            if (!options.plot.empty()) {
+                const std::string drawing = noisePlot(noise, file == "-" ? "a photo" : file);
+                publish(Bytes(drawing.begin(), drawing.end()), options.plot, existing);
+            }
             if (!headed)
                 std::printf("%-*s  %10s  %10s  %10s  %10s  %10s  %10s\n", nameWidth, "file",
                             "lumaMid", "chromaU", "chromaV", "lumaLow", "lumaHigh", "noiseGrain");
@@ -75,6 +90,12 @@ Command addEstimateCommand(CLI::App& application) {
     command->add_option("files", options->files, "Photos; - stands for standard input")
         ->required()
         ->type_name("IN...");
+    command
+        ->add_option("--plot", options->plot,
+                     "Draw the noise of one photo: its standard deviation against intensity, and "
+                     "against frequency")
+        ->type_name("FILE.svg");
+    addForceOption(*command, options->force);
     command->add_flag("--json", options->json, "Print one line of JSON for each photo");
     return {command, [options] { return run(*options); }};
 }

@@ -1,4 +1,5 @@
 // Metadata from every format into every other, as exiftool sees it.
+#include "tools/kt7/files/metadata.h"
 #include "tests/support/iccProfiles.h"
 #include "tests/tools/files/samplePhoto.h"
 #include "tests/tools/scratchFolder.h"
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <exiv2/exiv2.hpp>
 #include <map>
+#include <random>
 
 namespace kt7::tool {
 namespace {
@@ -122,6 +124,54 @@ TEST(Metadata, IsKeptOrItsLossIsSaidForEveryPairOfFormats) {
             EXPECT_EQ(file.value("ExifImageWidth", 0), turned ? 48 : 64);
             EXPECT_EQ(file.value("OwnerName", ""), "An owner with a name");
         }
+    }
+}
+
+/// A profile that ends the coder of JPEG XL, or that means another colour model than the picture,
+/// goes into no file that it would break, and its loss is said.
+TEST(Metadata, ADamagedProfileIsLeftOutOfEveryFormat) {
+    const Bytes sound = test::blockOf(cmsCreate_sRGBProfile());
+    const auto changed = [&](std::size_t at, std::initializer_list<std::uint8_t> with) {
+        Bytes bytes = sound;
+        std::ranges::copy(with, bytes.begin() + static_cast<std::ptrdiff_t>(at));
+        return bytes;
+    };
+    const auto tag = [&](const char* name) {
+        return static_cast<std::size_t>(std::ranges::search(sound, std::string_view(name)).begin() -
+                                        sound.begin());
+    };
+    constexpr std::size_t space = 16, profileClass = 12, half = 300;
+    std::vector<Bytes> damaged = {{1, 2, 3},
+                                  {sound.begin(), sound.begin() + half},
+                                  changed(space, {'C', 'M', 'Y', 'K'}),
+                                  changed(profileClass, {'n', 'm', 'c', 'l'}),
+                                  changed(tag("rTRC"), {'x'}),                 // without a curve
+                                  changed(tag("rXYZ"), {'x'}),                 // without a primary
+                                  changed(tag("para") + 12, {0x80, 0, 0, 0})}; // gamma of -32768
+    const std::size_t certain = damaged.size();
+    std::mt19937 random(7);
+    for (int i = 0; i < 24; ++i) {
+        damaged.push_back(sound);
+        for (int times = 0; times < 3; ++times)
+            damaged.back()[random() % sound.size()] = static_cast<std::uint8_t>(random());
+    }
+    for (std::size_t i = 0; i < damaged.size(); ++i)
+        for (const FileFormat* format : fileFormats()) {
+            if (i >= certain && format->name != std::string("jxl"))
+                continue;
+            Photo photo = smoothPhoto(16, 16);
+            photo.metadata.icc = damaged[i];
+            const Coded coded = encode(photo, *format, 90);
+            const Photo again = decode(coded.bytes);
+            const bool said = std::ranges::find(coded.lost, damagedProfile) != coded.lost.end();
+            EXPECT_TRUE(!said || again.metadata.icc.empty()) << format->name << i;
+            EXPECT_TRUE(said || i >= certain) << format->name << i;
+        }
+    Photo photo = samplePhoto(1, 8, false);
+    photo.metadata.icc = sound; // of colours, to a grey picture
+    for (const FileFormat* format : fileFormats()) {
+        const Coded coded = encode(photo, *format, 90);
+        EXPECT_EQ(coded.lost.empty(), !decode(coded.bytes).metadata.icc.empty()) << format->name;
     }
 }
 

@@ -14,8 +14,12 @@
 #include <png.h>
 #include <sys/stat.h>
 #include <tiffio.h>
+#include <webp/mux.h>
 
 #include <jpeglib.h>
+#ifdef KT7_HAVE_JXL
+#include <jxl/encode_cxx.h>
+#endif
 
 #if defined(KT7_SANITIZED_ADDRESS)
 // The coder of HEIC loses a block at every use.
@@ -282,6 +286,73 @@ Bytes multiPicture(std::uint8_t kind) {
     return bytes;
 }
 
+Bytes webpOfFrames() {
+    const Bytes one = encode(smoothPhoto(), webpFormat, 90).bytes;
+    WebPMux* const mux = WebPMuxNew();
+    WebPMuxFrameInfo frame{};
+    frame.bitstream = {one.data(), one.size()};
+    frame.duration = 100;
+    frame.id = WEBP_CHUNK_ANMF;
+    for (int i = 0; i < 2; ++i)
+        WebPMuxPushFrame(mux, &frame, 1);
+    const WebPMuxAnimParams parameters{};
+    WebPMuxSetAnimationParams(mux, &parameters);
+    WebPData file{};
+    WebPMuxAssemble(mux, &file);
+    Bytes bytes(file.bytes, file.bytes + file.size);
+    WebPDataClear(&file);
+    WebPMuxDelete(mux);
+    return bytes;
+}
+
+Bytes joined(Bytes first, const Bytes& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+/// A TIFF with a directory below the first one, which is a smaller preview or a picture of its own.
+Bytes tiffWithSubdirectory(const ScratchFolder& folder, std::uint32_t kind) {
+    int page = 0;
+    return tiffOf(
+        folder, "w", 1, 8,
+        [&](TIFF* tiff) {
+            std::uint64_t offsets[1] = {0};
+            if (page++ == 0)
+                TIFFSetField(tiff, TIFFTAG_SUBIFD, 1, offsets);
+            else
+                TIFFSetField(tiff, TIFFTAG_SUBFILETYPE, kind);
+        },
+        2);
+}
+
+#ifdef KT7_HAVE_JXL
+Bytes jxlOfFrames() {
+    const JxlEncoderPtr encoder = JxlEncoderMake(nullptr);
+    JxlBasicInfo info;
+    JxlEncoderInitBasicInfo(&info);
+    info.xsize = info.ysize = 8;
+    info.have_animation = JXL_TRUE;
+    info.animation = {10, 1, 0, JXL_FALSE};
+    info.uses_original_profile = JXL_TRUE;
+    JxlEncoderSetBasicInfo(encoder.get(), &info);
+    JxlColorEncoding colours;
+    JxlColorEncodingSetToSRGB(&colours, JXL_FALSE);
+    JxlEncoderSetColorEncoding(encoder.get(), &colours);
+    const JxlPixelFormat format{3, JXL_TYPE_UINT8, JXL_LITTLE_ENDIAN, 0};
+    const Bytes pixels(8 * 8 * 3, 77);
+    for (int i = 0; i < 2; ++i)
+        JxlEncoderAddImageFrame(JxlEncoderFrameSettingsCreate(encoder.get(), nullptr), &format,
+                                pixels.data(), pixels.size());
+    JxlEncoderCloseInput(encoder.get());
+    Bytes bytes(10000);
+    std::uint8_t* next = bytes.data();
+    std::size_t room = bytes.size();
+    JxlEncoderProcessOutput(encoder.get(), &next, &room);
+    bytes.resize(bytes.size() - room);
+    return bytes;
+}
+#endif
+
 TEST(PhotoFile, RefusesInOneLineWhatWouldLoseSomething) {
     const ScratchFolder folder;
     const auto nothing = [](auto...) {};
@@ -302,10 +373,12 @@ TEST(PhotoFile, RefusesInOneLineWhatWouldLoseSomething) {
         }
         png_set_text(png, info, texts.data(), 40);
     };
-    const struct {
+    struct Case {
         Bytes bytes;
         const char* complaint;
-    } cases[] = {
+    };
+    const Bytes plain = encode(smoothPhoto(), jpegFormat, 90).bytes;
+    std::vector<Case> cases = {
         {{}, "is empty"},
         {{'n', 'o', ' ', 'p', 'i', 'c', 't', 'u', 'r', 'e'}, "known format"},
         {tiffOf(folder, "w", 3, 8, nothing, 3), "holds 3 pages"},
@@ -318,15 +391,35 @@ TEST(PhotoFile, RefusesInOneLineWhatWouldLoseSomething) {
          "CMYK"},
         {jpegOfInk(), "CMYK"},
         {multiPicture(2), "holds 2 pictures"},
-        {pngOf(animated), "animation of 3 frames"},
+        {joined(plain, plain), "holds 2 pictures"},
+        {pngOf(animated), "is an animation"},
+        {webpOfFrames(), "is an animation"},
+        {tiffWithSubdirectory(folder, 0), "holds 2 pages"},
         {pngOf(floods), "more metadata"}};
+#ifdef KT7_HAVE_JXL
+    cases.push_back({jxlOfFrames(), "is an animation"});
+#else
+    cases.push_back({{0xFF, 0x0A, 0, 0}, "JPEG XL, which this kt7 was built without"});
+#endif
+#ifdef KT7_HAVE_HEIF
+    // A track of frames beside the picture, whatever the brand says.
+    for (const FileFormat* format : {&heicFormat, &avifFormat})
+        cases.push_back(
+            {joined(encode(smoothPhoto(), *format, 90).bytes, {0, 0, 0, 8, 'm', 'o', 'o', 'v'}),
+             "is a sequence"});
+#else
+    cases.push_back({{0, 0, 0, 16, 'f', 't', 'y', 'p', 'h', 'e', 'i', 'c'}, "built without"});
+#endif
     for (const auto& [bytes, complaint] : cases) {
         const std::string refusal = refusalOf(bytes);
         EXPECT_NE(refusal.find(complaint), std::string::npos) << refusal << " for " << complaint;
         EXPECT_LT(refusal.size(), 300u);
     }
     EXPECT_EQ(decode(multiPicture(1)).remarks, std::vector<std::string>{}); // a preview
-    EXPECT_THROW(checkSize(60'000, 60'000, 1, 3000), CodecError);           // whatever the memory
+    EXPECT_EQ(decode(tiffWithSubdirectory(folder, FILETYPE_REDUCEDIMAGE)).remarks.size(), 1u);
+    EXPECT_THROW(checkSize(60'000, 60'000, 1, 3000), CodecError); // whatever the memory
+    const std::uint64_t most = availableMemory() / 20; // decoded it fits, but it can't be denoised
+    EXPECT_THROW(checkSize(most / 1000, 1000, 3, most), CodecError);
     EXPECT_NO_THROW(checkSize(1, 1, 3, 10));
 }
 

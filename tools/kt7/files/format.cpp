@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <string>
 
 namespace kt7::tool {
@@ -18,6 +19,9 @@ constexpr const FileFormat* formats[] = {&jpegFormat, &pngFormat,  &tiffFormat, 
                                          &jxlFormat
 #endif
 };
+
+constexpr const char* heifBrands[] = {"heic", "heix", "heim", "heis", "mif1",
+                                      "msf1", "hevc", "hevx", "avif", "avis"};
 
 void changeBits(Photo& photo, std::int32_t bits) {
     if (bits == photo.bits)
@@ -48,6 +52,22 @@ void requireSamples(const Photo& photo) {
         throw CodecError("has not as many samples as pixels");
 }
 
+/// What a build without one of the libraries says of a file that it would take.
+std::string unknownFormat(std::span<const std::uint8_t> bytes) {
+    const auto holds = [&](std::size_t at, std::string_view text) {
+        return bytes.size() >= at + text.size() &&
+               std::memcmp(bytes.data() + at, text.data(), text.size()) == 0;
+    };
+    const bool jxl = holds(0, "\xFF\x0A") || holds(4, "JXL \r\n");
+    const bool heif = holds(4, "ftyp") && std::ranges::any_of(heifBrands, [&](const char* brand) {
+                          return holds(8, brand);
+                      });
+    if (jxl || heif)
+        return std::string("is a picture in ") + (jxl ? "JPEG XL" : "HEIC or AVIF") +
+               ", which this kt7 was built without";
+    return "is not an image in a known format";
+}
+
 } // namespace
 
 std::span<const FileFormat* const> fileFormats() {
@@ -76,7 +96,7 @@ Photo decode(std::span<const std::uint8_t> bytes, Depth depth) {
         throw CodecError("is empty");
     const FileFormat* const format = formatOf(bytes);
     if (format == nullptr)
-        throw CodecError("is not an image in a known format");
+        throw CodecError(unknownFormat(bytes));
     Photo photo = format->decode(bytes, depth);
     if (depth == Depth::everything) {
         requireSamples(photo);

@@ -42,17 +42,26 @@ void check(const heif_error& error, const char* what) {
         throw CodecError(std::string(what) + error.message);
 }
 
-std::string brandText(heif_brand2 brand) {
-    char text[4];
-    heif_brand_to_fourcc(brand, text);
-    return {text, 4};
-}
-
+/// Whatever the brand says: frames stand in tracks, and those in a box of the whole file.
 bool isSequence(std::span<const std::uint8_t> bytes) {
-    constexpr const char* sequences[] = {"msf1", "hevc", "hevx", "avis"};
-    const auto size = static_cast<int>(std::min<std::size_t>(bytes.size(), 4096));
-    const std::string main = brandText(heif_read_main_brand(bytes.data(), size));
-    return std::ranges::find(sequences, main) != std::end(sequences);
+    constexpr std::size_t headBytes = 8, longHeadBytes = 16;
+    const auto number = [&](std::size_t at, std::size_t size) {
+        std::uint64_t value = 0;
+        for (std::size_t i = 0; i < size; ++i)
+            value = value << 8 | bytes[at + i];
+        return value;
+    };
+    while (bytes.size() >= headBytes) {
+        if (std::memcmp(bytes.data() + 4, "moov", 4) == 0)
+            return true;
+        std::uint64_t size = number(0, 4);
+        if (size == 1 && bytes.size() >= longHeadBytes)
+            size = number(headBytes, longHeadBytes - headBytes);
+        if (size < headBytes || size > bytes.size()) // 0: up to the end
+            return false;
+        bytes = bytes.subspan(static_cast<std::size_t>(size));
+    }
+    return false;
 }
 
 Bytes blockOf(const heif_image_handle* handle, heif_item_id id) {

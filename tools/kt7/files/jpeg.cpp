@@ -32,6 +32,7 @@ struct Errors {
     std::jmp_buf jump;
     char text[JMSG_LENGTH_MAX] = "";
     bool damaged = false;
+    bool profileDamaged = false;
 
     static Errors& of(j_common_ptr codec) { return *static_cast<Errors*>(codec->client_data); }
 
@@ -47,6 +48,7 @@ struct Errors {
             // Some cameras leave bytes between segments; the others say little about the pixels.
             constexpr int harmless[] = {JWRN_EXTRANEOUS_DATA, JWRN_ADOBE_XFORM, JWRN_JFIF_MAJOR,
                                         JWRN_BOGUS_ICC};
+            of(c).profileDamaged |= c->err->msg_code == JWRN_BOGUS_ICC;
             if (level >= 0 || of(c).damaged ||
                 std::ranges::find(harmless, c->err->msg_code) != std::end(harmless))
                 return;
@@ -150,6 +152,28 @@ void takeCoding(const jpeg_decompress_struct& codec, Coding& coding) {
     }
 }
 
+Photo decodeJpeg(std::span<const std::uint8_t> bytes, Depth depth);
+
+bool isAsLarge(std::span<const std::uint8_t> bytes, const Photo& photo) {
+    try {
+        return decodeJpeg(bytes, Depth::header).pixels() >= photo.pixels();
+    } catch (const CodecError&) {
+        return false; // bytes that only begin like a picture
+    }
+}
+
+/// What stands behind the picture without an index that says what it is.
+void checkRest(std::span<const std::uint8_t> rest, Photo& photo) {
+    constexpr std::uint8_t start[] = {0xFF, 0xD8, 0xFF};
+    const auto second = std::ranges::search(rest, start);
+    if (!second.empty() && isAsLarge({second.begin(), rest.end()}, photo))
+        throw CodecError("holds 2 pictures; only files of one picture are denoised");
+    // A few bytes behind the end are padding.
+    constexpr std::size_t padding = 4096;
+    if (rest.size() > padding)
+        photo.remarks.push_back("data behind the picture, such as a film or a preview");
+}
+
 Photo decodeJpeg(std::span<const std::uint8_t> bytes, Depth depth) {
     Photo photo;
     Reader reader;
@@ -180,6 +204,8 @@ Photo decodeJpeg(std::span<const std::uint8_t> bytes, Depth depth) {
         if (profile != nullptr)
             photo.metadata.icc.assign(profile, profile + size);
         std::free(profile);
+        if (reader.errors.profileDamaged)
+            photo.remarks.push_back(damagedProfile);
     }
     if (depth == Depth::header)
         return photo;
@@ -202,10 +228,8 @@ Photo decodeJpeg(std::span<const std::uint8_t> bytes, Depth depth) {
     reader.run([&] { jpeg_finish_decompress(&codec); });
     if (reader.errors.damaged)
         throw CodecError(damage(reader.errors.text));
-    // A few bytes behind the end are padding.
-    constexpr std::size_t padding = 4096;
-    if (codec.src->bytes_in_buffer > padding && !explained)
-        photo.remarks.push_back("data behind the picture, such as a film or a preview");
+    if (!explained)
+        checkRest(bytes.last(codec.src->bytes_in_buffer), photo);
     return photo;
 }
 

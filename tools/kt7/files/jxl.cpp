@@ -1,7 +1,9 @@
 // JPEG XL, by libjxl.
 #include "tools/kt7/defaults.h"
 #include "tools/kt7/files/format.h"
+#include "tools/kt7/files/iccProfile.h"
 #include "tools/kt7/files/limits.h"
+#include "tools/kt7/files/metadata.h"
 
 #include <algorithm>
 #include <bit>
@@ -77,23 +79,28 @@ class BoxReader {
     Bytes buffer_;
 };
 
-void takeColours(JxlDecoder* decoder, Metadata& metadata) {
+void takeColours(JxlDecoder* decoder, Photo& photo) {
     JxlColorEncoding encoding{};
     const bool named =
         JxlDecoderGetColorAsEncodedProfile(decoder, nullptr, JXL_COLOR_PROFILE_TARGET_DATA,
                                            &encoding) == JXL_DEC_SUCCESS;
-    if (named && encoding.primaries == JXL_PRIMARIES_SRGB &&
+    const bool usualColours =
+        encoding.color_space == JXL_COLOR_SPACE_GRAY || encoding.primaries == JXL_PRIMARIES_SRGB;
+    if (named && usualColours && encoding.white_point == JXL_WHITE_POINT_D65 &&
         encoding.transfer_function == JXL_TRANSFER_FUNCTION_SRGB)
         return; // what a picture without a profile is taken for
     std::size_t size = 0;
-    if (JxlDecoderGetICCProfileSize(decoder, nullptr, JXL_COLOR_PROFILE_TARGET_DATA, &size) !=
-            JXL_DEC_SUCCESS ||
-        size > mostMetadataBytes)
-        return;
-    metadata.icc.resize(size);
-    if (JxlDecoderGetColorAsICCProfile(decoder, nullptr, JXL_COLOR_PROFILE_TARGET_DATA,
-                                       metadata.icc.data(), size) != JXL_DEC_SUCCESS)
-        metadata.icc.clear();
+    Bytes profile;
+    if (JxlDecoderGetICCProfileSize(decoder, nullptr, JXL_COLOR_PROFILE_TARGET_DATA, &size) ==
+            JXL_DEC_SUCCESS &&
+        size <= mostMetadataBytes)
+        profile.resize(size);
+    if (!profile.empty() &&
+        JxlDecoderGetColorAsICCProfile(decoder, nullptr, JXL_COLOR_PROFILE_TARGET_DATA,
+                                       profile.data(), size) == JXL_DEC_SUCCESS)
+        photo.metadata.icc = std::move(profile);
+    else
+        photo.remarks.push_back(damagedProfile);
 }
 
 void split(const std::vector<std::uint16_t>& image, bool alpha, Photo& photo) {
@@ -142,11 +149,13 @@ Photo decodeJxl(std::span<const std::uint8_t> bytes, Depth depth) {
             photo.premultiplied = info.alpha_premultiplied != 0;
             photo.metadata.orientation = static_cast<std::uint16_t>(info.orientation);
             photo.coding.lossless = info.uses_original_profile != 0;
+            if (info.have_preview != 0)
+                photo.remarks.push_back("its smaller previews");
             alpha = info.alpha_bits > 0;
             if (depth == Depth::header)
                 return photo;
         } else if (status == JXL_DEC_COLOR_ENCODING) {
-            takeColours(decoder, photo.metadata);
+            takeColours(decoder, photo);
         } else if (status == JXL_DEC_NEED_IMAGE_OUT_BUFFER) {
             const JxlPixelFormat format{static_cast<std::uint32_t>(photo.channels) +
                                             (alpha ? 1 : 0),
@@ -265,13 +274,13 @@ Coded encodeJxl(const Photo& photo, int quality) {
     if (lossless && photo.bits > 12)
         require(JxlEncoderSetCodestreamLevel(encoder, 10));
     require(JxlEncoderSetBasicInfo(encoder, &info));
-    bool described = false;
-    if (!metadata.icc.empty()) {
-        described = JxlEncoderSetICCProfile(encoder, metadata.icc.data(), metadata.icc.size()) ==
-                    JXL_ENC_SUCCESS;
-        if (!described)
-            coded.lost.push_back("its colour profile");
-    }
+    // A profile of another colour model, as some cameras' grey pictures have, ends the process.
+    const ProfileKind fitting = photo.channels == 1 ? ProfileKind::grey : ProfileKind::rgb;
+    const bool described = !metadata.icc.empty() && profileKind(metadata.icc) == fitting &&
+                           JxlEncoderSetICCProfile(encoder, metadata.icc.data(),
+                                                   metadata.icc.size()) == JXL_ENC_SUCCESS;
+    if (!metadata.icc.empty() && !described)
+        coded.lost.push_back("its colour profile");
     if (!described) {
         JxlColorEncoding colours;
         JxlColorEncodingSetToSRGB(&colours, photo.channels == 1 ? JXL_TRUE : JXL_FALSE);

@@ -41,8 +41,10 @@ void checkSize(std::uint64_t width, std::uint64_t height, int channels, std::siz
     if (width > mostSide || height > mostSide)
         throw CodecError("is too large (" + std::string(size) + ")");
     const std::uint64_t pixels = width * height;
-    // The coder's rows, our samples, and what the library works on.
-    const std::uint64_t bytesPerPixel = static_cast<std::uint64_t>(channels) * 3 + 6;
+    // Our samples, and the larger of what decoding and denoising need beside them.
+    constexpr std::uint64_t denoising = 40;
+    const std::uint64_t samples = static_cast<std::uint64_t>(channels) * 2;
+    const std::uint64_t bytesPerPixel = samples + std::max(samples, denoising);
     if (pixels > availableMemory() / bytesPerPixel)
         throw CodecError("is too large for this machine's memory (" + std::string(size) + ")");
     // Flat pictures pack well and small ones harm nobody; a photo takes a byte for a few pixels.

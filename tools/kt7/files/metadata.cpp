@@ -1,5 +1,7 @@
 #include "tools/kt7/files/metadata.h"
 
+#include "tools/kt7/files/iccProfile.h"
+
 #include <algorithm>
 #include <cstring>
 #include <exiv2/exiv2.hpp>
@@ -292,6 +294,10 @@ void tidyMetadata(Photo& photo) {
 
 void fitMetadata(Photo& photo, const FileFormat& format, std::vector<std::string>& lost) {
     Metadata& metadata = photo.metadata;
+    if (!metadata.icc.empty() && profileKind(metadata.icc) == ProfileKind::unusable) {
+        metadata.icc.clear();
+        lost.push_back(damagedProfile);
+    }
     if (!format.holdsIptc && !metadata.iptc.empty()) {
         metadata.iptc.clear();
         lost.push_back("IPTC");

@@ -10,6 +10,9 @@ namespace kt7::tool {
 /// for what Exif says.
 void tidyMetadata(Photo& photo);
 
+/// The name of a profile that no program could use: it goes into no file, whatever its format.
+inline constexpr const char* damagedProfile = "a damaged colour profile";
+
 /// Before coding: leaves out what the format can't hold and names it; puts density and orientation
 /// into the Exif block where a format has no other place.
 void fitMetadata(Photo& photo, const FileFormat& format, std::vector<std::string>& lost);

@@ -249,9 +249,9 @@ void takeMetadata(Session& session, Photo& photo) {
     for (int i = 0; i < count; ++i) {
         const auto* name = reinterpret_cast<const char*>(chunks[i].name);
         const std::span<const png_byte> data(chunks[i].data, chunks[i].size);
-        if (std::strcmp(name, "acTL") == 0 && data.size() == 8 && png_get_uint_32(&data[0]) > 1)
-            throw CodecError("is an animation of " + std::to_string(png_get_uint_32(&data[0])) +
-                             " frames; only single pictures are denoised");
+        // One of a single frame, too: that may be another picture than the one to be seen.
+        if (std::strcmp(name, "acTL") == 0)
+            throw CodecError("is an animation; only single pictures are denoised");
         if (std::strcmp(name, codePointsChunk) == 0)
             metadata.extras.push_back({codePointsChunk, {data.begin(), data.end()}, true});
     }
@@ -497,7 +497,7 @@ Coded encodePng(const Photo& photo, int) {
             png_write_row(png, photo.bits == 16 ? reinterpret_cast<png_bytep>(wide.data())
                                                 : narrow.data());
         }
-        png_write_end(png, info);
+        png_write_end(png, nullptr); // given the information, it writes Exif once more
     });
     coded.bytes = std::move(writer.written);
     return coded;

@@ -160,13 +160,18 @@ void checkPages(TIFF* tiff, Photo& photo) {
     std::uint64_t* offsets = nullptr;
     if (TIFFGetField(tiff, TIFFTAG_DNGVERSION, &version) != 0 || isReduced())
         throw CodecError("is a raw file; develop it first");
-    bool previews = TIFFGetField(tiff, TIFFTAG_SUBIFD, &count, &offsets) != 0 && count > 0;
+    std::vector<std::uint64_t> below;
+    if (TIFFGetField(tiff, TIFFTAG_SUBIFD, &count, &offsets) != 0)
+        below.assign(offsets, offsets + count);
+    bool previews = !below.empty();
     int pages = 1;
     constexpr int enough = 1000;
     while (pages < enough && TIFFReadDirectory(tiff) != 0) {
         previews = previews || isReduced();
         pages += isReduced() ? 0 : 1;
     }
+    for (const std::uint64_t offset : below)
+        pages += TIFFSetSubDirectory(tiff, offset) != 0 && !isReduced() ? 1 : 0;
     if (pages > 1)
         throw CodecError("holds " + std::to_string(pages) +
                          " pages; only files of one picture are denoised");

@@ -57,8 +57,8 @@ property_double(grain, "Grain", 0.0)
   ui_digits(3)
 
 property_boolean(blind, "Measure the noise", TRUE)
-  description("Measure the noise of this picture. Otherwise the levels below count, standard "
-              "deviations where 1 is full scale.")
+  description("Measure the noise of this picture; the levels below then show what was measured. "
+              "Otherwise they count as they are, standard deviations where 1 is full scale.")
 
 #define KT7_LEVEL(name, label, value, text) \
   property_double(name, label, value)       \
@@ -152,29 +152,46 @@ static GeglRectangle get_invalidated_by_change(GeglOperation* operation, const g
     return whole(operation, roi);
 }
 
-static int32_t report(double done, void* operation) {
-    gegl_operation_progress(operation, done, (gchar*)"Denoising");
-    return !GEGL_PROPERTIES(operation)->cancel;
+/* Measuring comes first and takes this part of the time. */
+static const double measuring = 0.1;
+
+typedef struct {
+    GeglOperation* operation;
+    double start, part;
+} Stretch;
+
+static int32_t report(double done, void* user_data) {
+    const Stretch* stretch = user_data;
+    gegl_operation_progress(stretch->operation, stretch->start + done * stretch->part,
+                            (gchar*)"Denoising");
+    return !GEGL_PROPERTIES(stretch->operation)->cancel;
 }
 
-/* Levels given by hand take the place of the measured ones; the shape of the noise is measured. */
-static int32_t with_levels(const GeglProperties* o, const Kt7PhotoImage* image,
-                           Kt7PhotoSettings* settings, Kt7PhotoNoise* noise) {
-    const int32_t result = kt7PhotoMeasure(image, settings, noise);
-    if (result != kt7PhotoDone)
-        return result;
+/* Blind, the levels that were measured become those of the properties, without a notification, which
+ * would start the operation anew. Otherwise the properties take the place of the measured levels; the
+ * shape of the noise is measured. */
+static int32_t exchange_levels(GeglProperties* o, Kt7PhotoNoise* noise) {
+    if (o->blind) {
+        o->luma_mid = noise->levels.lumaMid;
+        o->luma_low = noise->levels.lumaLow;
+        o->luma_high = noise->levels.lumaHigh;
+        o->chroma_u = noise->levels.chromaU;
+        o->chroma_v = noise->levels.chromaV;
+        return kt7PhotoDone;
+    }
     const QxNoiseLevels levels = {(float)o->luma_mid,  (float)o->chroma_u,
                                   (float)o->chroma_v,  (float)o->luma_low,
                                   (float)o->luma_high, noise->levels.noiseGrain};
-    settings->noise = noise;
     return kt7PhotoSetLevels(noise, &levels);
 }
 
 static int32_t denoise(GeglOperation* operation, const Kt7PhotoImage* image) {
-    const GeglProperties* o = GEGL_PROPERTIES(operation);
+    GeglProperties* o = GEGL_PROPERTIES(operation);
     static const int32_t qualities[] = {kt7PhotoFast, kt7PhotoFull, kt7PhotoBest};
     Kt7PhotoSettings settings = {.size = sizeof settings};
     Kt7PhotoNoise noise = {.size = sizeof noise};
+    Stretch stretch = {operation, 0.0, measuring};
+    int32_t result;
 
     kt7PhotoDefaults(&settings);
     settings.quality = qualities[o->quality];
@@ -185,12 +202,15 @@ static int32_t denoise(GeglOperation* operation, const Kt7PhotoImage* image) {
     settings.sharpen = (float)o->sharpen;
     settings.grain = (float)o->grain;
     settings.progress = &report;
-    settings.userData = operation;
-    if (!o->blind) {
-        const int32_t result = with_levels(o, image, &settings, &noise);
-        if (result != kt7PhotoDone)
-            return result;
-    }
+    settings.userData = &stretch;
+    result = kt7PhotoMeasure(image, &settings, &noise);
+    if (result == kt7PhotoDone)
+        result = exchange_levels(o, &noise);
+    if (result != kt7PhotoDone)
+        return result;
+    settings.noise = &noise;
+    stretch.start = measuring;
+    stretch.part = 1.0 - measuring;
     return kt7PhotoDenoise(image, image, &settings);
 }
 

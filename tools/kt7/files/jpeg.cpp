@@ -165,8 +165,8 @@ bool isAsLarge(std::span<const std::uint8_t> bytes, const Photo& photo) {
 /// What stands behind the picture without an index that says what it is.
 void checkRest(std::span<const std::uint8_t> rest, Photo& photo) {
     constexpr std::uint8_t start[] = {0xFF, 0xD8, 0xFF};
-    const auto second = std::ranges::search(rest, start);
-    if (!second.empty() && isAsLarge({second.begin(), rest.end()}, photo))
+    const auto second = std::search(rest.begin(), rest.end(), std::begin(start), std::end(start));
+    if (second != rest.end() && isAsLarge({second, rest.end()}, photo))
         throw CodecError("holds 2 pictures; only files of one picture are denoised");
     // A few bytes behind the end are padding.
     constexpr std::size_t padding = 4096;

@@ -5,7 +5,6 @@
 // The picture is the demo scene with sensor noise, or a photo repeated to the size asked for. Calls
 // and the matching floor take turns, so that a machine that becomes slower does so for both.
 #include <malloc.h>
-#include <sys/resource.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -22,6 +21,7 @@
 #include <vector>
 
 #include "bench/matchingFloor.h"
+#include "bench/processUse.h"
 #include "include/kt7lib/kt7lib.h"
 #include "qxutils/parallel.h"
 #include "tools/kt7/files/imageFile.h"
@@ -30,6 +30,7 @@
 
 namespace {
 
+using namespace kt7::bench;
 using Clock = std::chrono::steady_clock;
 
 double secondsBetween(Clock::time_point from, Clock::time_point to) {
@@ -69,28 +70,6 @@ Picture repeatedPhoto(const std::string& path, double megapixels) {
                               3 +
                           static_cast<std::size_t>(c)];
     return picture;
-}
-
-// Peak resident memory since the last reset, in bytes.
-std::int64_t peakMemory() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with("VmHWM:"))
-            return std::stoll(line.substr(6)) * 1024;
-    return 0;
-}
-
-void resetPeakMemory() {
-    std::ofstream("/proc/self/clear_refs") << "5";
-}
-
-double processorSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval& t) {
-        return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec);
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
 // Processor seconds of every thread of the process so far, by thread.

@@ -4,19 +4,17 @@
 //
 // The picture is the demo scene with sensor noise. Rows print the least of `repeat` runs; calls on one
 // thread and on two take turns.
-#include <sys/resource.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bench/processUse.h"
 #include "include/kt7photo/kt7photo.h"
 #include "photo/Planes.h"
 #include "photo/wienerStage.h"
@@ -25,22 +23,7 @@
 
 namespace {
 
-double processorSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval& t) {
-        return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec);
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-std::int64_t memory(const char* field) {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with(field))
-            return std::stoll(line.substr(std::string(field).size())) * 1024;
-    return 0;
-}
+using namespace kt7::bench;
 
 struct Row {
     double wall = 1e9, processor = 1e9;
@@ -48,7 +31,7 @@ struct Row {
 
     template <class Call>
     void run(Call&& call) {
-        std::ofstream("/proc/self/clear_refs") << "5";
+        resetPeakMemory();
         const std::int64_t before = memory("VmRSS:");
         const auto begin = std::chrono::steady_clock::now();
         const double used = processorSeconds();
@@ -56,7 +39,7 @@ struct Row {
         processor = std::min(processor, processorSeconds() - used);
         wall = std::min(
             wall, std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
-        peak = std::max(peak, memory("VmHWM:") - before);
+        peak = std::max(peak, peakMemory() - before);
     }
 };
 

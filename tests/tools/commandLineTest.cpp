@@ -144,6 +144,9 @@ TEST_F(CommandLine, MeasuresTheNoiseByItself) {
     const auto lumaOf = [](const std::string& json) {
         return tool::Json::parse(json)["measured"]["levels"]["lumaMid"].get<float>();
     };
+    const auto spectrum = tool::Json::parse(object.out)["spectrum"];
+    EXPECT_EQ(spectrum["power"][2][7].size(), 8u);
+    EXPECT_EQ(spectrum["gain"][2].size(), spectrum["intensity"].size());
     // But for the spread of the measurement's own search.
     const float luma = lumaOf(object.out);
     EXPECT_GT(luma, 0.005f);

@@ -240,7 +240,7 @@ void addBatchOptions(CLI::App& command, BatchOptions& options) {
     command
         .add_option("--jobs,-j", options.jobs,
                     "Photos to work on at once, each in a process of its own. Each needs its "
-                    "memory: about 60 bytes a pixel")
+                    "memory: about 35 bytes a pixel")
         ->check(CLI::Range(1, 256))
         ->type_name("N")
         ->capture_default_str();

@@ -5,6 +5,7 @@
 
 #include <iterator>
 #include <new>
+#include <span>
 
 namespace kt7::tool {
 namespace {
@@ -137,6 +138,24 @@ Json jsonOf(const Kt7PhotoNoise& noise) {
     return {{"estimate", jsonOf(noise.estimate)},       {"levels", jsonOf(noise.levels)},
             {"white", jsonNumber(noise.white)},         {"emptied", jsonNumber(noise.emptied)},
             {"noiseLike", jsonNumber(noise.noiseLike)}, {"features", features}};
+}
+
+Json spectrumOf(const Kt7PhotoNoise& noise) {
+    const auto list = [](std::span<const float> values) {
+        Json numbers = Json::array();
+        for (const float value : values)
+            numbers.push_back(jsonNumber(value));
+        return numbers;
+    };
+    Json powers, gains;
+    for (std::size_t plane = 0; plane < std::size(noise.spectrum); ++plane) {
+        Json rows;
+        for (const auto& row : noise.spectrum[plane])
+            rows.push_back(list(row));
+        powers.push_back(rows);
+        gains.push_back(list(noise.gain[plane]));
+    }
+    return {{"power", powers}, {"intensity", list(noise.intensity)}, {"gain", gains}};
 }
 
 } // namespace kt7::tool

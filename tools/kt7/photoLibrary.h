@@ -69,4 +69,7 @@ QxNoiseLevels levelsTakenOut(const Kt7PhotoNoise& noise, const Kt7PhotoSettings&
 /// What was measured, in short: levels, kind of noise and the features by name.
 Json jsonOf(const Kt7PhotoNoise& noise);
 
+/// Its spectrum and how that follows intensity, as in Kt7PhotoNoise.
+Json spectrumOf(const Kt7PhotoNoise& noise);
+
 } // namespace kt7::tool

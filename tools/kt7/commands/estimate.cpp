@@ -62,7 +62,8 @@ int run(const Options& options) {
                 std::printf("%s\n", lineOf({{"input", file},
                                             {"width", photo.width},
                                             {"height", photo.height},
-                                            {"measured", jsonOf(noise)}})
+                                            {"measured", jsonOf(noise)},
+                                            {"spectrum", spectrumOf(noise)}})
                                         .c_str());
             else
                 printRow(file, noise.levels, nameWidth);

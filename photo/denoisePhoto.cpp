@@ -284,7 +284,7 @@ void denoisePhoto(const Kt7PhotoImage& source, const Kt7PhotoImage& target,
             StageNoise taken =
                 stageNoise(*noise, luma * luma * (first ? noise->lumaWeight : rule::secondLuma),
                            colour * colour * (first ? noise->colourWeight : rule::secondColour));
-            taken.smallGroups = !first;
+            taken.refining = !first;
             wienerStage(noisy, planes, taken, progress);
         }
         auto stage = std::make_unique<PlanesResult>(std::move(noisy), std::move(planes));

@@ -77,7 +77,7 @@ inline constexpr float strongWhite = 200.0f, clippingWhite = 600.0f;
 inline constexpr std::size_t fewBlocks = 400;
 
 // The second round on white noise takes its pilot's word: factors on the spectrum.
-inline constexpr float secondLuma = 1.0f, secondColour = 1.1f;
+inline constexpr float secondLuma = 1.0f, secondColour = 1.3f;
 
 } // namespace rule
 

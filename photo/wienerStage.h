@@ -11,7 +11,8 @@ namespace kt7::photo {
 struct StageNoise {
     static constexpr std::int32_t bands = 6;
 
-    bool smallGroups;       ///< half the blocks in a group, for a pilot that is good already
+    /// For a pilot that is good already: half the blocks in a group, but twice as many groups in luma.
+    bool refining;
     float power[3][64];     ///< of each plane, by coefficient of an 8x8 DCT
     float intensity[bands]; ///< mean brightness of each band, of O0, rising
     float gain[3][bands];   ///< factor on the power there

@@ -11,6 +11,10 @@ namespace {
 constexpr SearchWindow lumaWindow{14, 1}, colourWindow{16, 2};
 static_assert(colourWindow.reach <= mostReach && lumaWindow.size() > colourWindow.size());
 
+// From a reference to the middle between it and three neighbours, where refining has one more.
+constexpr std::int32_t between = cellSide / 2;
+static_assert(lumaWindow.reach + between <= mostReach);
+
 constexpr std::int32_t matchRows = tileRows * cellSide + cellSide + 2 * mostReach;
 constexpr std::size_t spectraSize = std::size_t{sampleRows} * placeColumns * blockSide;
 // Stands where the picture does not: blocks that reach there are far from all others.
@@ -36,6 +40,14 @@ float gainAt(const StageNoise& noise, std::int32_t plane, float brightness) {
     const auto band = above - noise.intensity;
     const float part = (brightness - above[-1]) / (above[0] - above[-1]);
     return gain[band - 1] + part * (gain[band] - gain[band - 1]);
+}
+
+/// The references of a frame, each so far right and down; fewer where their blocks would leave the
+/// picture.
+TileFrame shifted(const TileFrame& frame, std::int32_t by, const Planes& picture) {
+    const std::int32_t x = frame.x + by, y = frame.y + by;
+    return {x, y, std::min(frame.columns, (picture.width - blockSide - x + cellSide) / cellSide),
+            std::min(frame.rows, (picture.height - blockSide - y + cellSide) / cellSide)};
 }
 
 /// Index of a reference of the tile.
@@ -75,12 +87,21 @@ TileFilter::TileFilter()
 void TileFilter::run(const Planes& noisy, const Planes& pilot, const StageNoise& noise,
                      TileSums& sums) {
     const TileFrame& frame = sums.frame;
-    loadMatchPlane(pilot, frame);
     for (std::int32_t plane = 0; plane < pilot.count; ++plane) {
-        if (plane < 2)
-            match(frame, plane == 0 ? lumaWindow : colourWindow);
         loadSpectra(noisy, plane, frame, noisySpectra_);
         loadSpectra(pilot, plane, frame, pilotSpectra_);
+        std::fill(sums_.begin(), sums_.end(), 0.0f);
+        std::fill(weights_.begin(), weights_.end(), 0.0f);
+        if (plane == 0 && noise.refining) {
+            const TileFrame middles = shifted(frame, between, pilot);
+            loadMatchPlane(pilot, middles);
+            match(middles, between, lumaWindow);
+            filterPlane(noise, plane, middles);
+        }
+        if (plane == 0)
+            loadMatchPlane(pilot, frame);
+        if (plane < 2)
+            match(frame, 0, plane == 0 ? lumaWindow : colourWindow);
         filterPlane(noise, plane, frame);
         addUp(sums, plane);
     }
@@ -112,7 +133,7 @@ void TileFilter::loadMatchPlane(const Planes& pilot, const TileFrame& frame) {
         }
 }
 
-void TileFilter::match(const TileFrame& frame, SearchWindow window) {
+void TileFilter::match(const TileFrame& frame, std::int32_t shift, SearchWindow window) {
     std::fill(cellsAbove_.begin(), cellsAbove_.end(), 0.0f);
     float bounds[tileCells];
     std::int32_t lengths[tileColumns];
@@ -139,8 +160,8 @@ void TileFilter::match(const TileFrame& frame, SearchWindow window) {
             std::sort(list, list + others - 1);
             std::int32_t* places =
                 &places_[static_cast<std::size_t>(groupBlocks) * placeOf(row, column)];
-            const std::int32_t own =
-                (row * cellSide + mostReach) * placeColumns + column * cellSide + mostReach;
+            const std::int32_t own = (row * cellSide + mostReach + shift) * placeColumns +
+                                     column * cellSide + mostReach + shift;
             *places++ = own;
             for (std::ptrdiff_t i = 0; i < others; ++i) {
                 const auto number = static_cast<std::int32_t>(static_cast<std::uint32_t>(list[i]));
@@ -170,8 +191,6 @@ void TileFilter::loadSpectra(const Planes& planes, std::int32_t plane, const Til
 }
 
 void TileFilter::filterPlane(const StageNoise& noise, std::int32_t plane, const TileFrame& frame) {
-    std::fill(sums_.begin(), sums_.end(), 0.0f);
-    std::fill(weights_.begin(), weights_.end(), 0.0f);
     float power[blockSamples];
     GroupArguments group{};
     group.noisy = noisySpectra_.data();
@@ -179,7 +198,7 @@ void TileFilter::filterPlane(const StageNoise& noise, std::int32_t plane, const 
     group.sums = sums_.data();
     group.weights = weights_.data();
     group.width = placeColumns;
-    group.blocks = noise.smallGroups ? groupBlocks / 2 : groupBlocks;
+    group.blocks = noise.refining ? groupBlocks / 2 : groupBlocks;
     group.noise = power;
     group.window = window_;
     for (std::int32_t row = 0; row < frame.rows; ++row)

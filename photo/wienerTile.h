@@ -55,7 +55,8 @@ class TileFilter {
 
   private:
     void loadMatchPlane(const Planes& pilot, const TileFrame& frame);
-    void match(const TileFrame& frame, SearchWindow window);
+    /// shift: how far the frame lies right of the tile's and below it.
+    void match(const TileFrame& frame, std::int32_t shift, SearchWindow window);
     void loadSpectra(const Planes& planes, std::int32_t plane, const TileFrame& frame,
                      std::vector<float>& spectra);
     void filterPlane(const StageNoise& noise, std::int32_t plane, const TileFrame& frame);

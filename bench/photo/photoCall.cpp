@@ -102,12 +102,16 @@ int main(int argc, char** argv) try {
     std::fill(&noise.power[0][0], &noise.power[0][0] + 3 * 64, 100.0f);
     std::fill(&noise.gain[0][0], &noise.gain[0][0] + 3 * kt7PhotoBands, 1.0f);
     kt7::photo::Progress progress(nullptr, nullptr);
-    Row rows[2];
-    for (int i = 0; i < 2 * repeat; ++i) {
-        kt7::setMaxThreads(1 + i % 2);
-        rows[i % 2].run([&] { kt7::photo::wienerStage(photo, pilot, noise, progress); });
+    for (const bool refining : {false, true}) {
+        noise.refining = refining;
+        Row rows[2];
+        for (int i = 0; i < 2 * repeat; ++i) {
+            kt7::setMaxThreads(1 + i % 2);
+            rows[i % 2].run([&] { kt7::photo::wienerStage(photo, pilot, noise, progress); });
+        }
+        print(refining ? "Wiener stage, second round" : "Wiener stage, first round", rows[0],
+              rows[1]);
     }
-    print("Wiener stage, one round", rows[0], rows[1]);
     return 0;
 } catch (const std::exception& e) {
     std::fprintf(stderr, "kt7_bench_photo: %s\n", e.what());

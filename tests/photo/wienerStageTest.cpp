@@ -39,13 +39,15 @@ photo::StageNoise noiseOf(float power) {
     return noise;
 }
 
-std::vector<float> stage(float power, std::int32_t threads) {
+std::vector<float> stage(float power, std::int32_t threads, bool refining = false) {
     const Planes noisy = scenePlanes(0.08f);
     Planes pilot = scenePlanes(0.01f);
     photo::Progress progress(nullptr, nullptr);
     const std::int32_t before = maxThreads();
     setMaxThreads(threads);
-    photo::wienerStage(noisy, pilot, noiseOf(power), progress);
+    photo::StageNoise noise = noiseOf(power);
+    noise.refining = refining;
+    photo::wienerStage(noisy, pilot, noise, progress);
     setMaxThreads(before);
     std::vector<float> result;
     for (std::int32_t plane = 0; plane < 3; ++plane)
@@ -68,13 +70,17 @@ double meanSquare(const std::vector<float>& values, const Planes& of) {
 
 TEST(WienerStage, TakesOutWhatItIsToldAndNoMore) {
     constexpr float deviation = 0.08f * 255.0f;
-    EXPECT_LT(meanSquare(stage(0.0f, 2), scenePlanes(0.08f)), 1e-4) << "without noise nothing goes";
-    EXPECT_LT(meanSquare(stage(deviation * deviation, 2), scenePlanes(0.0f)),
-              0.1 * static_cast<double>(deviation * deviation));
+    for (const bool refining : {false, true}) {
+        EXPECT_LT(meanSquare(stage(0.0f, 2, refining), scenePlanes(0.08f)), 1e-4)
+            << "without noise nothing goes";
+        EXPECT_LT(meanSquare(stage(deviation * deviation, 2, refining), scenePlanes(0.0f)),
+                  0.1 * static_cast<double>(deviation * deviation));
+    }
 }
 
 TEST(WienerStage, DoesNotDependOnThreads) {
     EXPECT_EQ(stage(400.0f, 1), stage(400.0f, 3));
+    EXPECT_EQ(stage(400.0f, 1, true), stage(400.0f, 3, true));
 }
 
 TEST(WienerStage, AgreesOnEveryCpuTarget) {

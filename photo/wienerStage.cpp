@@ -18,7 +18,7 @@ constexpr std::int32_t tilesPerBatch = 32;
 class RowSums {
   public:
     // From the first row that a batch adds to and does not finish to the last.
-    static constexpr std::int32_t mostRows = sampleRows;
+    static constexpr std::int32_t mostRows = 2 * mostReach + blockSide - cellSide;
 
     RowSums(std::int32_t planes, std::int32_t width)
         : width_(width),

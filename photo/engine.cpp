@@ -1,5 +1,7 @@
 #include "photo/engine.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -44,6 +46,12 @@ class Turn {
     static inline std::mutex mutex;
     static inline std::condition_variable changed;
     static inline bool taken = false;
+    // Whose turn it was stays in the parent of a fork, and so does who was just asking.
+    static inline const int forkHandler = pthread_atfork(nullptr, nullptr, [] {
+        new (&mutex) std::mutex;
+        new (&changed) std::condition_variable;
+        taken = false;
+    });
 };
 
 std::int32_t hearProgress(std::int32_t done, std::int32_t total, void* userData) {

@@ -11,7 +11,7 @@ function(run)
 endfunction()
 
 file(READ ${SOURCE}/README.md readme)
-if(NOT readme MATCHES "\n```\n(cmake --install [^`]*)```")
+if(NOT readme MATCHES "\n```sh[^\n]*\n(cmake --install [^`]*)```")
   message(FATAL_ERROR "README.md has no lines that install")
 endif()
 set(lines "${CMAKE_MATCH_1}")

@@ -15,6 +15,7 @@ os.environ["KT7_LIBRARY_PATH"] = str(build / "lib")
 os.environ["PYTHONPATH"] = str(root / "hosts/python")
 sys.path.insert(0, os.environ["PYTHONPATH"])
 program = build / "bin/kt7"
+photo_size = 180  # a side of a small photo, for commands whose result is not looked at
 
 
 @pytest.fixture(scope="session")

@@ -53,10 +53,11 @@ class Result {
                          std::vector<float> (&changes)[3]) const = 0;
 };
 
-/// Of an image that the denoiser gave.
+/// Of an image that the denoiser gave; of what it did to colour, a share.
 class EngineResult final : public Result {
   public:
-    explicit EngineResult(EngineImage image) : image_(std::move(image)) {}
+    explicit EngineResult(EngineImage image, float colourShare = 1.0f)
+        : image_(std::move(image)), colourShare_(colourShare) {}
 
     void changes(const PhotoRow& row, std::int32_t y,
                  std::vector<float> (&changes)[3]) const override {
@@ -73,10 +74,20 @@ class EngineResult final : public Result {
                 rgb += 3;
             }
         }
+        if (colourShare_ >= 1.0f || row.colours() == kt7PhotoGrey)
+            return;
+        for (std::size_t x = 0; x < changes[0].size(); ++x) {
+            // The weights of the denoiser's own luma plane.
+            const float luma =
+                0.299f * changes[0][x] + 0.587f * changes[1][x] + 0.114f * changes[2][x];
+            for (auto& change : changes)
+                change[x] = std::lerp(luma, change[x], colourShare_);
+        }
     }
 
   private:
     EngineImage image_;
+    float colourShare_;
 };
 
 /// Of planes, before and after.
@@ -304,7 +315,9 @@ void denoisePhoto(const Kt7PhotoImage& source, const Kt7PhotoImage& target,
         Looks all = looks;
         all.chromaSmooth = std::max(all.chromaSmooth, noise->chromaSmooth);
         denoise(image, levels, all, settings.quality == kt7PhotoFull, progress);
-        result = std::make_unique<EngineResult>(std::move(image));
+        // Below half the strength, the denoiser goes on smoothing colour where luma is smooth,
+        // however low the level.
+        result = std::make_unique<EngineResult>(std::move(image), std::min(2.0f * colour, 1.0f));
     }
     progress.enterPart(end, 1.0);
     progress.report(1.0);

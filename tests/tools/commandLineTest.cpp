@@ -219,36 +219,43 @@ TEST_F(CommandLine, DenoisesWhereTheMaskIsWhite) {
         moved += white ? std::abs(before.samples[i] - whole[i]) : 0;
         added += std::abs(everywhere[i] - whole[i]);
     }
-    // Two runs differ by the search's spread.
-    EXPECT_LT(apart, 0.1 * moved);
-    EXPECT_LT(added, 0.2 * moved);
+    // Two runs differ by the search's spread, a mask that is not heeded by all that is moved.
+    EXPECT_LT(apart, 0.4 * moved);
+    EXPECT_LT(added, 0.4 * 2.0 * moved);
 }
 
 TEST_F(CommandLine, StrengthsOfBrightnessAndColourAreApart) {
     const Bytes before = pixelsOf(photo);
-    // Change of the mean of the three, and of blue minus red.
-    const auto changes = [&](const char* luma, const char* colour) {
-        EXPECT_EQ(
-            run({"denoise", photo, folder / "o.png", "-f", "--luma", luma, "--colour", colour})
-                .code,
-            0);
-        const Bytes after = pixelsOf(folder / "o.png");
-        std::pair<double, double> sum;
-        for (std::size_t i = 0; i < after.size(); i += 3) {
-            const auto lumaOf = [&](const Bytes& b) { return (b[i] + b[i + 1] + b[i + 2]) / 3.0; };
-            const auto colourOf = [&](const Bytes& b) {
-                return static_cast<double>(b[i + 2] - b[i]);
-            };
-            sum.first += std::abs(lumaOf(after) - lumaOf(before));
-            sum.second += std::abs(colourOf(after) - colourOf(before));
-        }
-        return sum;
+    struct Case {
+        const char* quality;
+        double luma[3]; // the weights of red, green and blue in the luma that it keeps apart
     };
-    const auto both = changes("1", "1"), luma = changes("1", "0"), colour = changes("0", "1");
-    EXPECT_GT(luma.first, 0.6 * both.first);
-    EXPECT_LT(luma.second, 0.3 * both.second);
-    EXPECT_LT(colour.first, 0.3 * both.first);
-    EXPECT_GT(colour.second, 0.6 * both.second);
+    for (const Case& c :
+         {Case{"fast", {0.299, 0.587, 0.114}}, Case{"best", {1.0 / 3.0, 1.0 / 3.0, 1.0 / 3.0}}}) {
+        // Change of luma, and of blue minus red.
+        const auto changes = [&](const char* luma, const char* colour) {
+            EXPECT_EQ(run({"denoise", photo, folder / "o.png", "-f", "--quality", c.quality,
+                           "--luma", luma, "--colour", colour})
+                          .code,
+                      0);
+            const Bytes after = pixelsOf(folder / "o.png");
+            std::pair<double, double> sum;
+            for (std::size_t i = 0; i < after.size(); i += 3) {
+                double change[3];
+                for (std::size_t k = 0; k < 3; ++k)
+                    change[k] = after[i + k] - before[i + k];
+                sum.first +=
+                    std::abs(c.luma[0] * change[0] + c.luma[1] * change[1] + c.luma[2] * change[2]);
+                sum.second += std::abs(change[2] - change[0]);
+            }
+            return sum;
+        };
+        const auto both = changes("1", "1"), luma = changes("1", "0"), colour = changes("0", "1");
+        EXPECT_GT(luma.first, 0.8 * both.first) << c.quality;
+        EXPECT_LT(luma.second, 0.1 * both.second) << c.quality;
+        EXPECT_LT(colour.first, 0.1 * both.first) << c.quality;
+        EXPECT_GT(colour.second, 0.6 * both.second) << c.quality;
+    }
 }
 
 TEST_F(CommandLine, ComparesStrengthsSideBySide) {

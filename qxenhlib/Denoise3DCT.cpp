@@ -16,6 +16,10 @@ namespace {
 // and keep detail of the noise's own size.
 constexpr float thresholdDeviations = 2.5f;
 
+// What filtered groups get back of the contrast that they have lost: more with what the host asks
+// for in sharpening, up to a bound.
+constexpr float boostPerSharpening = 0.75f, mostBoost = 0.3f;
+
 // Far below any noise that matters; keeps the quotient defined.
 constexpr float noNoise = 1e-6f;
 
@@ -45,7 +49,7 @@ void Denoise3DCT::setParams(const PlaneNoise& levels, const DenoiseSettings& set
     channelGain_[0] = channelGain_[3] = 1.0f;
     channelGain_[1] = levels.chromaU / (levels.luma + noNoise);
     channelGain_[2] = levels.chromaV / (levels.luma + noNoise);
-    boost_ = std::min(0.3f, 0.75f * settings.sharpen);
+    boost_ = std::min(mostBoost, boostPerSharpening * settings.sharpen);
     lumaSmooth_ = settings.lumaSmooth;
     chromaSmooth_ = settings.chromaSmooth;
     // The stronger, the wider; colour blotches are larger than grains of luma.

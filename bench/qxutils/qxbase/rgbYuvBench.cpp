@@ -12,7 +12,8 @@ namespace {
 void fillTables(benchmark::State& state) {
     NoiseNormalize tables;
     for (auto _ : state)
-        benchmark::DoNotOptimize(tables.setup(0.01f, 0.02f, 0.03f, 0.95f));
+        benchmark::DoNotOptimize(
+            tables.setup(0.01f, 0.02f, 0.03f, NoiseNormalize::usualClipFactor));
 }
 BENCHMARK(fillTables)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -21,7 +22,7 @@ void rgbThroughYuv(benchmark::State& state) {
     constexpr std::int32_t width = 4000, height = 1000;
     selectKernels(bestCpuTarget());
     NoiseNormalize tables;
-    tables.setup(0.01f, 0.02f, 0.03f, 0.95f);
+    tables.setup(0.01f, 0.02f, 0.03f, NoiseNormalize::usualClipFactor);
     const NoiseNormalize* const three[3] = {&tables, &tables, &tables};
     GIMG<std::int16_t> y(width, height), u(width, height), v(width, height);
     GIMG<std::int16_t>* const written[3] = {&y, &u, &v};

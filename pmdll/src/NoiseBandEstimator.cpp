@@ -140,7 +140,7 @@ void NoiseBandEstimator::measure(const GIMG<float>* const* planes, std::int32_t 
     for (std::int32_t c = 0; c < count; ++c)
         results[c] = responses[c] / divisor / responseOfUnitNoise;
     meanRoot = roots / divisor;
-}
+} // NOLINT(clang-analyzer-unix.Malloc): as above
 
 void estimateLevels(const GIMG<float>& plane, float noise[3]) {
     constexpr float fallbackNoise = 0.005f;

@@ -230,16 +230,6 @@ StageNoise stageNoise(const Kt7PhotoNoise& noise, float luma, float colour) {
     return result;
 }
 
-QxNoiseLevels strengthened(const QxNoiseLevels& levels, float luma, float colour) {
-    // With a level of exactly 0 the denoiser raises some fine detail.
-    constexpr float leastLevel = 1e-4f;
-    QxNoiseLevels result = scaled(levels, luma, colour);
-    for (float* level :
-         {&result.lumaMid, &result.chromaU, &result.chromaV, &result.lumaLow, &result.lumaHigh})
-        *level = std::max(*level, leastLevel);
-    return result;
-}
-
 } // namespace
 
 void denoisePhoto(const Kt7PhotoImage& source, const Kt7PhotoImage& target,
@@ -271,21 +261,32 @@ void denoisePhoto(const Kt7PhotoImage& source, const Kt7PhotoImage& target,
 
     EngineImage image = engineImageOf(source);
     double done = 0.0;
+    bool denoised = false;
     if (!noise) {
         progress.enterPart(0.0, measureShare);
-        noise = measuredNoise(image, source.colours, progress);
+        Measurement measurement = measured(image, source.colours, progress);
+        noise = measurement.noise;
         done = measureShare;
+        // Measuring ends with the call of the denoiser that would come next.
+        const bool asMeasured =
+            luma == 1.0f && colour == 1.0f && looks.chromaMedian == 0 &&
+            (settings.quality == kt7PhotoBest || (settings.quality == kt7PhotoFast && !looksAfter));
+        if (asMeasured && measurement.pilot) {
+            image = std::move(*measurement.pilot);
+            denoised = true;
+        }
     }
     const double end = 1.0 - writeShare;
-    const QxNoiseLevels levels = strengthened(noise->levels, luma, colour);
+    const QxNoiseLevels levels = scaled(noise->levels, luma, colour);
     std::unique_ptr<Result> result;
     if (settings.quality == kt7PhotoBest) {
-        const double pilotEnd = std::lerp(done, end, pilotShare);
+        const double pilotEnd = denoised ? done : std::lerp(done, end, pilotShare);
         const double stageEnd = std::lerp(done, end, looksAfter ? 0.8 : 1.0);
         progress.enterPart(done, pilotEnd);
-        denoise(image, levels,
-                {.chromaMedian = looks.chromaMedian, .chromaSmooth = noise->chromaSmooth}, false,
-                progress);
+        if (!denoised)
+            denoise(image, levels,
+                    {.chromaMedian = looks.chromaMedian, .chromaSmooth = noise->chromaSmooth},
+                    false, progress);
         Planes planes = pilotPlanes(std::move(image), source.colours);
         Planes noisy = photoPlanes(source);
         for (std::int32_t round = 0; round < noise->rounds; ++round) {
@@ -300,13 +301,13 @@ void denoisePhoto(const Kt7PhotoImage& source, const Kt7PhotoImage& target,
         }
         auto stage = std::make_unique<PlanesResult>(std::move(noisy), std::move(planes));
         if (looksAfter) {
-            EngineImage denoised = stage->engineImage(source);
+            EngineImage cleaned = stage->engineImage(source);
             stage.reset();
             progress.enterPart(stageEnd, end);
             Looks after = looks;
             after.chromaMedian = 0;
-            denoise(denoised, strengthened({}, 0.0f, 0.0f), after, false, progress);
-            result = std::make_unique<EngineResult>(std::move(denoised));
+            denoise(cleaned, {}, after, false, progress);
+            result = std::make_unique<EngineResult>(std::move(cleaned));
         } else {
             result = std::move(stage);
         }
@@ -314,7 +315,8 @@ void denoisePhoto(const Kt7PhotoImage& source, const Kt7PhotoImage& target,
         progress.enterPart(done, end);
         Looks all = looks;
         all.chromaSmooth = std::max(all.chromaSmooth, noise->chromaSmooth);
-        denoise(image, levels, all, settings.quality == kt7PhotoFull, progress);
+        if (!denoised)
+            denoise(image, levels, all, settings.quality == kt7PhotoFull, progress);
         // Below half the strength, the denoiser goes on smoothing colour where luma is smooth,
         // however low the level.
         result = std::make_unique<EngineResult>(std::move(image), std::min(2.0f * colour, 1.0f));
@@ -326,7 +328,7 @@ void denoisePhoto(const Kt7PhotoImage& source, const Kt7PhotoImage& target,
 }
 
 Kt7PhotoNoise measurePhoto(const Kt7PhotoImage& image, Progress& progress) {
-    return measuredNoise(engineImageOf(image), image.colours, progress);
+    return measured(engineImageOf(image), image.colours, progress).noise;
 }
 
 } // namespace kt7::photo

@@ -85,12 +85,18 @@ void denoise(EngineImage& image, const QxNoiseLevels& levels, const Looks& looks
     // Smoothing strengths that divide the span of a plane without a rest, as 0.02 does, lose its
     // brightest samples; a thousandth more meets none of the round numbers that people give.
     constexpr float offRoundNumbers = 1.0f + 1.0f / 1024.0f;
+    // With a level of exactly 0 the denoiser raises some fine detail.
+    constexpr float leastLevel = 1e-4f;
+    QxNoiseLevels held = levels;
+    for (float* level :
+         {&held.lumaMid, &held.chromaU, &held.chromaV, &held.lumaLow, &held.lumaHigh})
+        *level = std::max(*level, leastLevel);
     QxProgress record{0, 0, hearProgress, &progress, 0};
     PSImage picture = image.record();
     const Turn turn(progress);
     std::int32_t result = 0;
     for (;;) {
-        result = qxDenoiseKt7(&record, &picture, &levels, looks.lumaSmooth * offRoundNumbers,
+        result = qxDenoiseKt7(&record, &picture, &held, looks.lumaSmooth * offRoundNumbers,
                               looks.sharpen, looks.chromaMedian,
                               looks.chromaSmooth * offRoundNumbers, looks.grain, full ? 1 : 0);
         // A call that finds the denoiser busy does not even fill in the total.

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 #include <iterator>
+#include <utility>
 
 #include "photo/blockStatistics.h"
 #include "photo/mosaic.h"
@@ -53,8 +54,9 @@ const char* featureName(std::int32_t feature) noexcept {
     return index < std::size(featureNames) ? featureNames[index] : nullptr;
 }
 
-Kt7PhotoNoise measuredNoise(const EngineImage& image, std::int32_t colours, Progress& progress) {
-    Kt7PhotoNoise noise{};
+Measurement measured(const EngineImage& image, std::int32_t colours, Progress& progress) {
+    Measurement measurement{};
+    Kt7PhotoNoise& noise = measurement.noise;
     noise.size = sizeof noise;
     progress.report(0.0);
     const Mosaic mosaic = mosaicOf(image);
@@ -63,7 +65,6 @@ Kt7PhotoNoise measuredNoise(const EngineImage& image, std::int32_t colours, Prog
     const NoiseFloor floor = noiseFloorOf(large ? image : mosaic.image);
     const QxNoiseLevels first = guardedLevels(noise.estimate, floor);
 
-    const Planes photo = planesOf(mosaic.image, colours);
     const double begin = progress.from(), end = progress.to();
     const auto pilotWith = [&](const QxNoiseLevels& levels, const Looks& looks, int part) {
         EngineImage pilot = copyOf(mosaic.image);
@@ -75,9 +76,12 @@ Kt7PhotoNoise measuredNoise(const EngineImage& image, std::int32_t colours, Prog
     std::vector<BlockPlace> blocks = blocksWithin(mosaic.blocks, mosaic.image, 2.5f, 252.5f);
     if (blocks.size() < rule::fewBlocks)
         blocks = mosaic.blocks;
-    const EngineImage firstPilot = pilotWith(first, {}, 0);
-    const Features features =
-        featuresOf(photo, planesOf(firstPilot, colours), firstPilot, blocks, mosaic.blocks);
+    // Planes are made anew for each pilot: while the denoiser runs, its own memory counts.
+    const Features features = [&] {
+        const EngineImage pilot = pilotWith(first, {}, 0);
+        return featuresOf(planesOf(mosaic.image, colours), planesOf(pilot, colours), pilot, blocks,
+                          mosaic.blocks);
+    }();
     const NoiseKind kind = kindOf(features);
     noise.levels = levelsFor(first, features, kind);
     noise.chromaSmooth = chromaSmoothFor(kind);
@@ -90,13 +94,16 @@ Kt7PhotoNoise measuredNoise(const EngineImage& image, std::int32_t colours, Prog
           features.whiteColour, features.whiteLuma, 255.0f * floor.level, floor.fineness, kind.open,
           kind.colourNoise})
         noise.features[noise.featureCount++] = value;
-    const EngineImage pilot = pilotWith(noise.levels, {.chromaSmooth = noise.chromaSmooth}, 1);
-    setSpectrum(noise, photo, planesOf(pilot, colours), blocks, kind, whitePower(features, kind));
+    EngineImage pilot = pilotWith(noise.levels, {.chromaSmooth = noise.chromaSmooth}, 1);
+    setSpectrum(noise, planesOf(mosaic.image, colours), planesOf(pilot, colours), blocks, kind,
+                whitePower(features, kind));
     const StageStrength strength = stageStrengthFor(features, kind);
     noise.lumaWeight = strength.luma;
     noise.colourWeight = strength.colour;
     noise.rounds = strength.rounds;
-    return noise;
+    if (pilot.width == image.width && pilot.height == image.height)
+        measurement.pilot = std::move(pilot);
+    return measurement;
 }
 
 void setLevels(Kt7PhotoNoise& noise, const QxNoiseLevels& levels) noexcept {

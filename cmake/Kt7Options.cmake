@@ -8,7 +8,9 @@ target_compile_options(kt7_options INTERFACE
   # stand in files of their own (see Kt7Kernels.cmake).
   -ffp-contract=off -fno-math-errno -fno-trapping-math
   $<$<BOOL:${KT7_WERROR}>:-Werror>)
-if(NOT KT7_SANITIZE)
+if(EMSCRIPTEN)
+  # The compiler is told once more what is said in cmake/Kt7Emscripten.cmake.
+elseif(NOT KT7_SANITIZE)
   # A host's process deserves a stop instead of a corrupted stack. Fortify needs optimised code.
   target_compile_options(kt7_options INTERFACE -fstack-protector-strong
     $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)

@@ -1,7 +1,12 @@
-// Parallel loops: the only use of OpenMP. The calling thread is a member of every team.
+// Parallel loops: the only use of OpenMP, and of threads of our own where a platform is without it.
+// The calling thread is a member of every team.
 #pragma once
 
+#if defined(_OPENMP)
 #include <omp.h>
+#else
+#include "qxutils/threadTeam.h"
+#endif
 #include <pthread.h>
 
 #include <algorithm>
@@ -63,12 +68,20 @@ inline const int teamForkHandler = pthread_atfork(
 inline std::int32_t maxThreads() noexcept {
     if (teamStayedInParent.load(std::memory_order_relaxed))
         return 1;
+#if defined(_OPENMP)
     return std::min(omp_get_max_threads(), omp_get_num_procs());
+#else
+    return std::min(ThreadTeam::allowed, ThreadTeam::processors());
+#endif
 }
 
 /// Sets what the process allows on this thread.
 inline void setMaxThreads(std::int32_t threads) noexcept {
+#if defined(_OPENMP)
     omp_set_num_threads(threads);
+#else
+    ThreadTeam::allowed = threads;
+#endif
 }
 
 /// Caps the team of this thread's parallel regions while it lives. A call whose loops are all
@@ -76,7 +89,7 @@ inline void setMaxThreads(std::int32_t threads) noexcept {
 /// runtime threads, and their memory once they are needed again.
 class ThreadCap {
   public:
-    explicit ThreadCap(std::int32_t most) noexcept : savedThreads_(omp_get_max_threads()) {
+    explicit ThreadCap(std::int32_t most) noexcept {
         setMaxThreads(std::clamp(most, 1, maxThreads()));
     }
     ~ThreadCap() { setMaxThreads(savedThreads_); }
@@ -84,13 +97,19 @@ class ThreadCap {
     ThreadCap& operator=(const ThreadCap&) = delete;
 
   private:
-    std::int32_t savedThreads_;
+#if defined(_OPENMP)
+    std::int32_t savedThreads_ = omp_get_max_threads();
+#else
+    std::int32_t savedThreads_ = ThreadTeam::allowed;
+#endif
 };
 
+#if defined(_OPENMP)
 /// An address inside the OpenMP runtime.
 inline const void* runtimeAddress() noexcept {
     return reinterpret_cast<const void*>(&omp_get_max_threads);
 }
+#endif
 
 /// Runs body(thread, threads, relay) once on every thread of the team, 0 being the caller's, or on
 /// the caller alone when there is work for one.
@@ -107,8 +126,12 @@ void onTeam(std::int32_t work, Body&& body) {
     if (team == 1) {
         member(0, 1);
     } else {
+#if defined(_OPENMP)
 #pragma omp parallel num_threads(team)
         member(omp_get_thread_num(), omp_get_num_threads());
+#else
+        ThreadTeam::run(team, member);
+#endif
     }
     relay.rethrow();
 }

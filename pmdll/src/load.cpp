@@ -1,5 +1,7 @@
 // What happens when the library is loaded, on the loading thread.
+#if defined(_OPENMP)
 #include <dlfcn.h>
+#endif
 
 #include "prim/kernels/select.h"
 #include "qxutils/floatMode.h"
@@ -8,6 +10,7 @@
 namespace kt7 {
 namespace {
 
+#if defined(_OPENMP)
 /// Threads of the OpenMP runtime wait for work until the process ends. Were the runtime unloaded
 /// together with this library, they would wake up in memory that is no longer there.
 void keepRuntimeLoaded() noexcept {
@@ -18,6 +21,9 @@ void keepRuntimeLoaded() noexcept {
     if (handle != nullptr)
         dlclose(handle);
 }
+#else
+void keepRuntimeLoaded() noexcept {}
+#endif
 
 [[gnu::constructor]] void onLoad() noexcept {
     selectKernels(bestCpuTarget());

@@ -1,0 +1,18 @@
+# The libraries and the page for browsers, built by Emscripten (scripts/web.sh). Everything is linked
+# statically: a page has no loader.
+option(KT7_WEB_THREADS "Build for pages that may share memory between workers" OFF)
+
+set(CMAKE_POSITION_INDEPENDENT_CODE OFF)
+# Exceptions are the browser's own: -fexceptions, which leaves wasm for every call in a try block,
+# makes code that is slower and larger.
+set(web_flags -msimd128 -fwasm-exceptions $<$<BOOL:${KT7_WEB_THREADS}>:-pthread>)
+add_compile_options(${web_flags}
+  $<$<COMPILE_LANGUAGE:CXX>:-include${PROJECT_SOURCE_DIR}/hosts/web/src/olderLibrary.h>)
+add_link_options(${web_flags})
+
+add_subdirectory(prim)
+add_subdirectory(qxutils)
+add_subdirectory(qxenhlib)
+add_subdirectory(pmdll)
+add_subdirectory(photo)
+add_subdirectory(hosts/web)

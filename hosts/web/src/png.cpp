@@ -1,0 +1,139 @@
+#include <png.h>
+
+#include <cstring>
+#include <string>
+
+#include "hosts/web/src/Photo.h"
+
+namespace kt7::web {
+namespace {
+
+constexpr char xmpKeyword[] = "XML:com.adobe.xmp";
+
+[[noreturn]] void failed(png_structp, png_const_charp text) {
+    throw Failure(std::string("This PNG can't be read: ") + text + ".");
+}
+void warned(png_structp, png_const_charp) {}
+
+struct Source {
+    const Bytes& file;
+    std::size_t at = 0;
+};
+
+void readFrom(png_structp png, png_bytep to, png_size_t count) {
+    auto& source = *static_cast<Source*>(png_get_io_ptr(png));
+    if (count > source.file.size() - source.at)
+        throw Failure("This PNG is cut off.");
+    std::memcpy(to, source.file.data() + source.at, count);
+    source.at += count;
+}
+
+void writeTo(png_structp png, png_bytep from, png_size_t count) {
+    auto& file = *static_cast<Bytes*>(png_get_io_ptr(png));
+    file.insert(file.end(), from, from + count);
+}
+
+struct Reader {
+    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, &failed, &warned);
+    png_infop info = png_create_info_struct(png);
+    Reader() = default;
+    ~Reader() { png_destroy_read_struct(&png, &info, nullptr); }
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+};
+
+struct Writer {
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, &failed, &warned);
+    png_infop info = png_create_info_struct(png);
+    Writer() = default;
+    ~Writer() { png_destroy_write_struct(&png, &info); }
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+};
+
+void readMetadata(png_structp png, png_infop info, Photo& photo) {
+    png_charp name = nullptr;
+    png_bytep profile = nullptr;
+    png_uint_32 size = 0;
+    int compression = 0;
+    if (png_get_iCCP(png, info, &name, &compression, &profile, &size) != 0)
+        photo.icc.assign(profile, profile + size);
+    png_bytep exif = nullptr;
+    if (png_get_eXIf_1(png, info, &size, &exif) != 0)
+        photo.exif.assign(exif, exif + size);
+    png_textp texts = nullptr;
+    int count = 0;
+    png_get_text(png, info, &texts, &count);
+    for (int i = 0; i < count; ++i)
+        if (std::strcmp(texts[i].key, xmpKeyword) == 0)
+            photo.xmp.assign(texts[i].text, texts[i].text + std::strlen(texts[i].text));
+}
+
+} // namespace
+
+Photo readPng(const Bytes& file) {
+    Reader reader;
+    png_structp png = reader.png;
+    Source source{file};
+    png_set_read_fn(png, &source, &readFrom);
+    png_read_info(png, reader.info);
+    Photo photo;
+    photo.width = static_cast<std::int32_t>(png_get_image_width(png, reader.info));
+    photo.height = static_cast<std::int32_t>(png_get_image_height(png, reader.info));
+    png_set_expand(png);
+    if constexpr (__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__)
+        png_set_swap(png);
+    png_set_interlace_handling(png);
+    png_read_update_info(png, reader.info);
+    photo.channels = png_get_channels(png, reader.info);
+    photo.sampleBytes = png_get_bit_depth(png, reader.info) == 16 ? 2 : 1;
+    photo.allocate();
+    std::vector<png_bytep> rows;
+    for (std::int32_t y = 0; y < photo.height; ++y)
+        rows.push_back(photo.row(y));
+    png_read_image(png, rows.data());
+    png_read_end(png, reader.info);
+    readMetadata(png, reader.info, photo);
+    return photo;
+}
+
+Bytes writePng(const Photo& photo) {
+    constexpr int types[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
+                             PNG_COLOR_TYPE_RGB_ALPHA};
+    Bytes file;
+    Writer writer;
+    png_structp png = writer.png;
+    png_set_write_fn(png, &file, &writeTo, [](png_structp) {});
+    png_set_benign_errors(png, 1);     // an unsound profile is left out
+    png_set_compression_level(png, 4); // a tenth larger than by 6, three times as fast
+    png_set_IHDR(png, writer.info, static_cast<png_uint_32>(photo.width),
+                 static_cast<png_uint_32>(photo.height), 8 * photo.sampleBytes,
+                 types[photo.channels - 1], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    if (!photo.icc.empty())
+        png_set_iCCP(png, writer.info, "icc", PNG_COMPRESSION_TYPE_BASE, photo.icc.data(),
+                     static_cast<png_uint_32>(photo.icc.size()));
+    if (!photo.exif.empty()) {
+        Bytes exif = photo.exif; // copied once more by libpng
+        png_set_eXIf_1(png, writer.info, static_cast<png_uint_32>(exif.size()), exif.data());
+    }
+    std::string xmp(photo.xmp.begin(), photo.xmp.end());
+    if (!xmp.empty()) {
+        char key[sizeof xmpKeyword];
+        std::memcpy(key, xmpKeyword, sizeof key);
+        png_text text{};
+        text.compression = PNG_ITXT_COMPRESSION_NONE;
+        text.key = key;
+        text.text = xmp.data();
+        png_set_text(png, writer.info, &text, 1);
+    }
+    png_write_info(png, writer.info);
+    if constexpr (__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__)
+        png_set_swap(png);
+    for (std::int32_t y = 0; y < photo.height; ++y)
+        png_write_row(png, photo.row(y));
+    png_write_end(png, writer.info);
+    return file;
+}
+
+} // namespace kt7::web

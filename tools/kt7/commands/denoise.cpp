@@ -59,6 +59,12 @@ std::string checkQuality(const std::string& text) {
     return "\"" + text + "\" is neither fast, full or best nor a number from 1 to 100";
 }
 
+std::string checkFormat(const std::string& text) {
+    if (formatNamed(text) != nullptr)
+        return {};
+    return "\"" + text + "\" is no format; known are " + formatNames();
+}
+
 /// Sorts out what --quality and --fast say. Raises UsageError when they contradict each other.
 void chooseQualities(Options& options) {
     std::optional<std::int32_t> named;
@@ -169,6 +175,7 @@ void addFileOptions(CLI::App& command, Options& options) {
         .add_option("--format", options.batch.placement.format,
                     "File format of the output (png, jpg, tif, ...). Default: by the extension of "
                     "OUT; for standard output, the format of the input")
+        ->check(checkFormat)
         ->type_name("NAME");
     command
         .add_option("--quality", options.qualities,

@@ -74,6 +74,13 @@ std::span<const FileFormat* const> fileFormats() {
     return formats;
 }
 
+std::string formatNames() {
+    std::string names;
+    for (const FileFormat* each : fileFormats())
+        names += std::string(names.empty() ? "" : ", ") + each->name;
+    return names;
+}
+
 const FileFormat* formatNamed(std::string_view nameOrExtension) {
     std::string name(nameOrExtension);
     std::ranges::transform(name, name.begin(),

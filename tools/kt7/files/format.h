@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 namespace kt7::tool {
@@ -51,6 +52,7 @@ extern const FileFormat jpegFormat, pngFormat, tiffFormat, webpFormat, heicForma
 
 /// All that this build knows.
 std::span<const FileFormat* const> fileFormats();
+std::string formatNames(); ///< with commas between them
 const FileFormat* formatNamed(std::string_view nameOrExtension);
 const FileFormat* formatOf(std::span<const std::uint8_t> bytes);
 

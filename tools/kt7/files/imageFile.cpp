@@ -63,11 +63,8 @@ const FileFormat& writableFormat(const std::string& path, const std::string& for
     const FileFormat* const found = formatNamed(name);
     if (found != nullptr)
         return *found;
-    std::string known;
-    for (const FileFormat* each : fileFormats())
-        known += std::string(known.empty() ? "" : ", ") + each->name;
-    throw UserError(
-        about(path, "no picture can be written as \"" + oneLine(name) + "\"; known are " + known));
+    throw UserError(about(path, "no picture can be written as \"" + oneLine(name) +
+                                    "\"; known are " + formatNames()));
 }
 
 Coded writePhoto(const Photo& photo, const std::string& path, const FileFormat& format, int quality,

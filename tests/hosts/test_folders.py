@@ -24,25 +24,58 @@ def check(folder, photo):
         assert (result != np.roll(photo, k, axis=1)).mean() > 0.5
 
 
-def test_dask_reports_what_failed_and_goes_on(folder, photo):
-    pytest.importorskip("distributed")
+@pytest.fixture
+def shaky(folder):
+    """A kt7 that keeps a list of its calls, and fails at the first for "photo 1.png"."""
+    script = folder / "kt7"
+    script.write_text(f"""#!/bin/sh
+        for word; do case $word in *.png|*.jpg) name=$(basename "$word") ;; esac; done
+        if [ "$name" = "photo 1.png" ] && ! grep -q "$name" "{folder}/calls"; then
+            echo "$name" >>"{folder}/calls"
+            echo "kt7: out of luck" >&2
+            exit 1
+        fi
+        echo "$name" >>"{folder}/calls"
+        exec "{program}" "$@"
+        """)
+    script.chmod(0o755)
+    (folder / "calls").touch()
     (folder / "in" / "broken.jpg").write_bytes(b"no photo")
+    return script
+
+
+def check_calls(folder, tries):
+    calls = (folder / "calls").read_text().splitlines()
+    assert {name: calls.count(name) for name in calls} == {
+        "photo 0.png": 1, "photo 1.png": 2, "photo 2.png": 1, "broken.jpg": tries,
+    }  # fmt: skip
+    assert not (folder / "out" / "broken.jpg").exists()
+
+
+def test_dask_tries_again_reports_what_failed_and_goes_on(folder, photo, shaky):
+    pytest.importorskip("distributed")
     done = subprocess.run(
         [sys.executable, root / "examples/python/folder.py", folder / "in", folder / "out", "--kt7",
-         program],
+         shaky],
         capture_output=True, text=True, timeout=300,
     )  # fmt: skip
     assert done.returncode == 1, done.stderr
     assert "broken.jpg: kt7" in done.stdout and "3 done, 1 failed" in done.stdout
     check(folder, photo)
+    check_calls(folder, tries=3)
 
 
 @pytest.mark.skipif(not shutil.which("parallel"), reason="no GNU parallel")
-def test_gnu_parallel(folder, photo):
+def test_gnu_parallel_tries_again_reports_what_failed_and_goes_on(folder, photo, shaky):
     (folder / "out").mkdir()
-    run("parallel", "--will-cite", "-j2", "--retries", "2", program, "denoise", "--quiet", "{}",
-        str(folder / "out") + "/{/}", ":::", *sorted((folder / "in").iterdir()))  # fmt: skip
+    done = subprocess.run(
+        ["parallel", "--will-cite", "-j2", "--retries", "2", shaky, "denoise", "--quiet", "--out-dir",
+         folder / "out", "{}", ":::", *sorted((folder / "in").iterdir())],
+        capture_output=True, text=True, timeout=300,
+    )  # fmt: skip
+    assert done.returncode == 1 and "broken.jpg" in done.stderr
     check(folder, photo)
+    check_calls(folder, tries=2)
 
 
 @pytest.mark.skipif(not shutil.which("darktable-cli"), reason="no darktable")

@@ -21,6 +21,10 @@ pytestmark = [
 ]
 
 
+class Late(Exception):
+    """GIMP did not show what it was to show."""
+
+
 def until(condition, seconds=60):
     """What a condition gives when it holds at last."""
     end = time.monotonic() + seconds
@@ -29,7 +33,7 @@ def until(condition, seconds=60):
         if found:
             return found
         time.sleep(0.2)
-    pytest.fail(f"{condition.__name__} did not happen within {seconds} s")
+    raise Late(f"{condition.__name__} did not happen within {seconds} s")
 
 
 class Gimp:
@@ -86,20 +90,12 @@ class Gimp:
         self.do("key", "Return")
 
 
-@pytest.fixture
-def gimp(tmp_path, photo):
-    program = Gimp(tmp_path, save(tmp_path / "photo.png", photo))
-    try:
-        yield program
-    finally:
-        program.close()
-
-
 # In "GEGL Operation" GIMP lists what it has no menu for, by title; this many stand before ours.
 before_ours = 8
 
 
-def test_a_photo_is_opened_denoised_and_saved(tmp_path, photo, truth, gimp):
+def denoise_by_hand(gimp, picture):
+    """Opens the dialog of kt7:denoise, accepts it, and writes the picture back."""
     gimp.focus("imported.*GIMP")
     time.sleep(2)
     gimp.action("gegl operation")
@@ -115,11 +111,35 @@ def test_a_photo_is_opened_denoised_and_saved(tmp_path, photo, truth, gimp):
     gimp.do("key", "alt+o")
     until(lambda: not gimp.windows("^GEGL Operation"))
     time.sleep(2)
-    written = (tmp_path / "photo.png").stat().st_mtime_ns
+    written = picture.stat().st_mtime_ns
     gimp.action("overwrite")
-    until(lambda: (tmp_path / "photo.png").stat().st_mtime_ns != written)
+    until(lambda: picture.stat().st_mtime_ns != written)
     time.sleep(2)
-    result = load(tmp_path / "photo.png")[:, :, :3]
+    return load(picture)[:, :, :3]
+
+
+@pytest.fixture
+def denoise_in_gimp(tmp_path, photo):
+    def denoise():
+        # A key that comes before its window is ready is lost, which a busy machine can bring about.
+        for attempt in (1, 2, 3):
+            folder = tmp_path / str(attempt)
+            folder.mkdir()
+            picture = save(folder / "photo.png", photo)
+            gimp = Gimp(folder, picture)
+            try:
+                return denoise_by_hand(gimp, picture)
+            except Late as late:
+                print(f"attempt {attempt}: {late}")
+            finally:
+                gimp.close()
+        pytest.fail("GIMP could not be driven, three times over")
+
+    return denoise
+
+
+def test_a_photo_is_opened_denoised_and_saved(photo, truth, denoise_in_gimp):
+    result = denoise_in_gimp()
     expected = kt7.denoise(photo)
     assert result.shape == photo.shape
     assert psnr(result / 255, truth) > psnr(photo / 255, truth) + 5

@@ -39,10 +39,12 @@ bool staysFinite(const Way& way, std::size_t channels) {
     constexpr float most = 100.0f; // scRGB goes to 7.5
     std::vector<float> row(steps * channels);
     for (std::size_t moved = channels == 1 ? 1 : 0; moved <= channels; ++moved) {
-        for (std::size_t i = 0; i < row.size(); ++i)
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            const std::size_t step = i / channels;
             row[i] = moved == channels || moved == i % channels
-                         ? static_cast<float>(i / channels) / (steps - 1)
+                         ? static_cast<float>(step) / (steps - 1)
                          : 0.0f;
+        }
         cmsDoTransform(way.get(), row.data(), row.data(), steps);
         if (!std::ranges::all_of(row, [](float v) { return std::abs(v) <= most; }))
             return false;

@@ -357,7 +357,8 @@ Coded encodeJpeg(const Photo& photo, int quality) {
     auto& codec = writer.codec;
     const Bytes& profile = photo.metadata.icc;
     const std::vector<Segment> segments = segmentsOf(photo.metadata, coded.lost);
-    const auto rowSamples = static_cast<std::size_t>(photo.width * photo.channels);
+    const auto rowSamples =
+        static_cast<std::size_t>(photo.width) * static_cast<std::size_t>(photo.channels);
     std::vector<JSAMPLE> row(rowSamples);
     const bool done = guarded(writer.errors.jump, [&] {
         jpeg_create_compress(&codec);

@@ -3,6 +3,7 @@
 #include "tools/kt7/files/iccProfile.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <exiv2/exiv2.hpp>
 #include <iterator>
@@ -164,7 +165,7 @@ void addToExif(Metadata& metadata, bool density) {
     if (density && metadata.density && isMissing("Exif.Image.XResolution")) {
         const auto rational = [](double v) {
             constexpr int parts = 10000;
-            return Exiv2::URational(static_cast<std::uint32_t>(v * parts + 0.5), parts);
+            return Exiv2::URational(static_cast<std::uint32_t>(std::lround(v * parts)), parts);
         };
         data["Exif.Image.XResolution"] = rational(std::min(metadata.density->x, 1e5));
         data["Exif.Image.YResolution"] = rational(std::min(metadata.density->y, 1e5));

@@ -132,10 +132,10 @@ fails 2 "$u COMMAND" kt7 help paint; fails 2 "$u COMMAND" kt7 --nothing
 for args in 'a.png' 'a.png b.png c.png' '- --out-dir new' 'a.png c.png -s 1e9' 'a.png c.png -s nan' \
     'a.png c.png --sharpen -1' 'a.png c.png --quality 0' 'a.png c.png --quality good' 'a.png c.png --quality 1 --quality 2' \
     'a.png c.png --fast --quality best' 'a.png c.png --blend 1.1' 'a.png c.png --no-guard' 'a.png c.png --nothing' \
-    'a.png c.png -f --skip-existing' 'a.png --suffix /x' 'a.png c.png -j 0' 'a.png c.png --noise 1,2' 'a.png c.png --format x'; do
+    'a.png c.png -f --skip-existing' 'a.png --suffix /x' 'a.png c.png -j 0' 'a.png c.png --noise 1,2' 'a.png c.png --noise 1,1,1,1,1,0;' 'a.png c.png --format x'; do
     fails 2 "$u denoise [OPTIONS] IN... [OUT]" kt7 denoise $args
 done
-for args in '--crop 15x20+0+0' '--crop 20x20+-1+0' '--crop 20x20' '--strengths 1,' '--strengths 1,2,3,4,5,6,7,8,9'; do
+for args in '--crop 15x20+0+0' '--crop 20x20+-1+0' '--crop 20x20' '--strengths 1,' '--strengths 1x' '--strengths 1,2,3,4,5,6,7,8,9'; do
     fails 2 "$u compare" kt7 compare a.png c.png $args
 done
 fails 2 "$u preview" kt7 preview a.png c.png --width 0; fails 2 "$u levels" kt7 levels a.png c.png --view x

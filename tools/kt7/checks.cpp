@@ -4,7 +4,6 @@
 #include <cctype>
 #include <charconv>
 #include <initializer_list>
-#include <tuple>
 
 namespace kt7::tool {
 
@@ -23,11 +22,14 @@ std::vector<float> readAmounts(const std::string& text) {
     std::vector<float> amounts;
     const char* at = text.data();
     const char* end = at + text.size();
-    do {
+    for (;;) {
         if (!readAmount(at, end, amounts.emplace_back()))
             return {};
-    } while (at != end && *at++ == ',');
-    return at == end && !text.ends_with(',') ? amounts : std::vector<float>();
+        if (at == end)
+            return amounts;
+        if (*at++ != ',')
+            return {};
+    }
 }
 
 /// Whole numbers, each behind its mark (a letter in either case); false when there is anything else.
@@ -37,7 +39,8 @@ bool readNumbers(const std::string& text, std::initializer_list<char> marks,
     const char* const end = at + text.size();
     auto mark = marks.begin();
     for (std::int32_t* number : numbers) {
-        if (number != *numbers.begin() && (at == end || std::tolower(*at++) != *mark++))
+        if (number != *numbers.begin() &&
+            (at == end || std::tolower(static_cast<unsigned char>(*at++)) != *mark++))
             return false;
         const auto [rest, error] = std::from_chars(at, end, *number);
         if (error != std::errc())
@@ -59,13 +62,13 @@ std::string checkAmount(const std::string& text) {
 }
 
 std::string checkLevels(const std::string& text) {
-    if (readAmounts(text).size() == std::tuple_size<decltype(parseLevels(text))>())
+    if (readAmounts(text).size() == levelCount)
         return {};
     return "\"" + text + "\" is not six numbers from 0 to 100 with commas";
 }
 
-std::array<float, 6> parseLevels(const std::string& text) {
-    std::array<float, 6> levels{};
+std::array<float, levelCount> parseLevels(const std::string& text) {
+    std::array<float, levelCount> levels{};
     std::ranges::copy(readAmounts(text), levels.begin());
     return levels;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,10 +12,12 @@ namespace kt7::tool {
 /// A number from 0 to 100.
 std::string checkAmount(const std::string& text);
 
-/// Six amounts with commas between them.
+inline constexpr std::size_t levelCount = 6;
+
+/// levelCount amounts with commas between them.
 std::string checkLevels(const std::string& text);
 /// Of a text that passed checkLevels.
-std::array<float, 6> parseLevels(const std::string& text);
+std::array<float, levelCount> parseLevels(const std::string& text);
 
 /// "768x512": sides from 16 to 32768.
 std::string checkSize(const std::string& text);

@@ -77,9 +77,7 @@ class EngineResult final : public Result {
         if (colourShare_ >= 1.0f || row.colours() == kt7PhotoGrey)
             return;
         for (std::size_t x = 0; x < changes[0].size(); ++x) {
-            // The weights of the denoiser's own luma plane.
-            const float luma =
-                0.299f * changes[0][x] + 0.587f * changes[1][x] + 0.114f * changes[2][x];
+            const float luma = engineLuma(changes[0][x], changes[1][x], changes[2][x]);
             for (auto& change : changes)
                 change[x] = std::lerp(luma, change[x], colourShare_);
         }
@@ -318,8 +316,10 @@ void denoisePhoto(const Kt7PhotoImage& source, const Kt7PhotoImage& target,
         if (!denoised)
             denoise(image, levels, all, settings.quality == kt7PhotoFull, progress);
         // Below half the strength, the denoiser goes on smoothing colour where luma is smooth,
-        // however low the level.
-        result = std::make_unique<EngineResult>(std::move(image), std::min(2.0f * colour, 1.0f));
+        // however low the level. Looks for colour are asked for by themselves.
+        const bool colourLook = looks.chromaSmooth > 0.0f || looks.chromaMedian > 0;
+        result = std::make_unique<EngineResult>(std::move(image),
+                                                colourLook ? 1.0f : std::min(2.0f * colour, 1.0f));
     }
     progress.enterPart(end, 1.0);
     progress.report(1.0);

@@ -26,6 +26,11 @@ struct EngineImage {
     std::unique_ptr<std::uint16_t[]> rgb;
 };
 
+/// The luma that the denoiser works on (ITU-R BT.601).
+constexpr float engineLuma(float r, float g, float b) {
+    return 0.299f * r + 0.587f * g + 0.114f * b;
+}
+
 struct Looks {
     float lumaSmooth = 0.0f;
     float sharpen = 0.0f;

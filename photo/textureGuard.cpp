@@ -21,9 +21,7 @@ class Window {
         for (std::int32_t y = 0; y < whole; ++y) {
             const std::uint16_t* rgb = image.row(top + y) + std::ptrdiff_t{3} * left;
             for (float& luma : rows_[static_cast<std::size_t>(y)]) {
-                luma = (0.299f * static_cast<float>(rgb[0]) + 0.587f * static_cast<float>(rgb[1]) +
-                        0.114f * static_cast<float>(rgb[2])) /
-                       EngineImage::top;
+                luma = engineLuma(rgb[0], rgb[1], rgb[2]) / EngineImage::top;
                 rgb += 3;
             }
         }

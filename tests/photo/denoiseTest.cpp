@@ -221,6 +221,24 @@ TEST(PhotoDenoise, BlendsByAmountAndMask) {
         EXPECT_NEAR(photo.result[i], 0.5f * (whole[i] + photo.values[i]), 0.03f);
 }
 
+// What is asked of colour by itself does not depend on how much of its noise goes.
+TEST(PhotoDenoise, SmoothsColourAtNoStrengthToo) {
+    NoisyPhoto photo;
+    photo.settings.noise = &noiseOfPhoto();
+    photo.settings.luma = photo.settings.colour = 0.0f;
+    photo.settings.chromaSmooth = 0.05f;
+    for (const std::int32_t quality : {kt7PhotoFast, kt7PhotoFull, kt7PhotoBest}) {
+        photo.settings.quality = quality;
+        photo.result = photo.values;
+        ASSERT_EQ(photo.denoise(), kt7PhotoDone);
+        float changed = 0.0f; // of blue less red
+        for (std::size_t i = 0; i < photo.values.size(); i += 3)
+            changed += std::fabs(photo.result[i + 2] - photo.values[i + 2] -
+                                 (photo.result[i] - photo.values[i]));
+        EXPECT_GT(changed / static_cast<float>(photo.width * photo.height), 0.02f) << quality;
+    }
+}
+
 struct Report {
     int reports = 0, cancelAt = -1;
     double last = 0.0;

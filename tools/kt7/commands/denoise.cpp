@@ -25,9 +25,6 @@
 namespace kt7::tool {
 namespace {
 
-constexpr const char* qualityNames[] = {"fast", "full", "best"};
-static_assert(kt7PhotoFast == 0 && kt7PhotoFull == 1 && kt7PhotoBest == 2);
-
 struct Options {
     BatchOptions batch;
     std::string noise, mask;
@@ -39,10 +36,10 @@ struct Options {
 };
 
 std::optional<std::int32_t> qualityNamed(const std::string& name) {
-    const auto* const found = std::ranges::find(qualityNames, name);
-    if (found == std::end(qualityNames))
-        return {};
-    return static_cast<std::int32_t>(found - std::begin(qualityNames));
+    for (const std::int32_t quality : {kt7PhotoFast, kt7PhotoFull, kt7PhotoBest})
+        if (name == nameOfQuality(quality))
+            return quality;
+    return {};
 }
 
 /// 0 when it is no number from 1 to 100.

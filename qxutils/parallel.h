@@ -63,15 +63,24 @@ inline std::atomic<bool> teamStayedInParent{false};
 inline const int teamForkHandler = pthread_atfork(
     nullptr, nullptr, [] { teamStayedInParent.store(true, std::memory_order_relaxed); });
 
+/// What the process allows on this thread.
+inline std::int32_t allowedThreads() noexcept {
+#if defined(_OPENMP)
+    return omp_get_max_threads();
+#else
+    return ThreadTeam::allowed;
+#endif
+}
+
 /// Threads that the next parallel region of this thread may use: as many as the process allows, no
 /// more than there are CPUs for them.
 inline std::int32_t maxThreads() noexcept {
     if (teamStayedInParent.load(std::memory_order_relaxed))
         return 1;
 #if defined(_OPENMP)
-    return std::min(omp_get_max_threads(), omp_get_num_procs());
+    return std::min(allowedThreads(), omp_get_num_procs());
 #else
-    return std::min(ThreadTeam::allowed, ThreadTeam::processors());
+    return std::min(allowedThreads(), ThreadTeam::processors());
 #endif
 }
 
@@ -97,11 +106,7 @@ class ThreadCap {
     ThreadCap& operator=(const ThreadCap&) = delete;
 
   private:
-#if defined(_OPENMP)
-    std::int32_t savedThreads_ = omp_get_max_threads();
-#else
-    std::int32_t savedThreads_ = ThreadTeam::allowed;
-#endif
+    std::int32_t savedThreads_ = allowedThreads();
 };
 
 #if defined(_OPENMP)

@@ -2,10 +2,11 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <exception>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -27,18 +28,22 @@ class ThreadTeam {
 #endif
     }
 
-    /// Runs member(i, count) on up to `team` threads, count being how many there are, and returns
-    /// when all have left. While another region runs, inside of it too, the caller is alone.
+    /// Runs member(i, count), which must not throw, on up to `team` threads, count being how many
+    /// there are, and returns when all have left. While another region runs, inside of it too, the caller is alone.
     template <class Member>
     static void run(std::int32_t team, const Member& member) {
         ThreadTeam& shared = instance();
-        const std::unique_lock region(shared.region_, std::try_to_lock);
-        const std::int32_t count = region.owns_lock() ? shared.start(team - 1) + 1 : 1;
+        if (shared.open_.exchange(true, std::memory_order_acquire)) {
+            member(0, 1);
+            return;
+        }
+        const std::int32_t count = shared.start(team - 1) + 1;
         if (count > 1)
             shared.begin({&call<Member>, &member, count});
         member(0, count);
         if (count > 1)
             shared.waitForAll();
+        shared.open_.store(false, std::memory_order_release);
     }
 
   private:
@@ -66,7 +71,7 @@ class ThreadTeam {
                 std::thread(&ThreadTeam::help, this, helpers_ + 1, round_).detach();
                 ++helpers_;
             }
-        } catch (const std::system_error&) { // the system has no more
+        } catch (const std::exception&) { // the system has no more
         }
         return std::min(helpers_, wanted);
     }
@@ -100,8 +105,9 @@ class ThreadTeam {
         }
     }
 
-    std::mutex region_; // held by the thread that has a region open
-    std::mutex mutex_;  // over what follows, but helpers_ belongs to the region
+    // A region is open. No mutex: the thread that opened it may ask again, from inside.
+    std::atomic<bool> open_{false};
+    std::mutex mutex_; // over what follows, but helpers_ belongs to the region
     std::condition_variable changed_, finished_;
     Task task_{};
     std::uint64_t round_ = 0;

@@ -8,13 +8,11 @@ target_compile_options(kt7_options INTERFACE
   # stand in files of their own (see Kt7Kernels.cmake).
   -ffp-contract=off -fno-math-errno -fno-trapping-math
   $<$<BOOL:${KT7_WERROR}>:-Werror>)
-if(EMSCRIPTEN)
-  # The compiler is told once more what is said in cmake/Kt7Emscripten.cmake.
-elseif(NOT KT7_SANITIZE)
+if(NOT KT7_SANITIZE AND NOT EMSCRIPTEN)
   # A host's process deserves a stop instead of a corrupted stack. Fortify needs optimised code.
   target_compile_options(kt7_options INTERFACE -fstack-protector-strong
     $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
-else()
+elseif(KT7_SANITIZE)
   target_compile_options(kt7_options INTERFACE
     -fsanitize=${KT7_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(kt7_options INTERFACE -fsanitize=${KT7_SANITIZE})

@@ -14,7 +14,8 @@ inline constexpr std::size_t mostMetadataBytes = std::size_t{64} << 20;
 std::uint64_t availableMemory();
 
 /// Raises CodecError when the size, as a file's header says it, can't be worked on: sides beyond
-/// the library's, more than can be denoised in this machine's memory, or far more than `fileBytes` can have in them.
+/// the library's, more than can be denoised in this machine's memory, or far more than `fileBytes`
+/// can have in them.
 void checkSize(std::uint64_t width, std::uint64_t height, int channels, std::size_t fileBytes);
 
 } // namespace kt7::tool

@@ -1,6 +1,6 @@
 """Draws the pictures of photographers.md: what each control does to a piece of the demo scene.
 
-    PYTHONPATH=hosts/python KT7_LIBRARY_PATH=build/release/lib docs/controls.py build/release/bin/kt7 docs/controls
+    PYTHONPATH=hosts/python KT7_LIBRARY_PATH=build/release/lib scripts/controlPictures.py build/release/bin/kt7 docs/controls
 """
 
 import subprocess

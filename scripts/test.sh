@@ -6,7 +6,10 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 [ $# -gt 0 ] || set -- ci
 packages="libimage-exiftool-perl python3-numpy python3-pil python3-pytest python3-skimage python3-imageio python3-distributed parallel libgegl-dev gegl darktable man-db zsh fish gimp xvfb xdotool gir1.2-gegl-0.4 python3-gi"
 for preset in "$@"; do
-    [ "$preset" != thread-sanitize ] || packages="$packages clang libclang-rt-14-dev libomp-dev"
+    case $preset in
+    ci) packages="$packages chromium chromium-driver python3-selenium" ;; # for the page
+    thread-sanitize) packages="$packages clang libclang-rt-14-dev libomp-dev" ;;
+    esac
 done
 # shellcheck disable=SC2086
 "$root/scripts/setup.sh" $packages
@@ -14,5 +17,6 @@ cd "$root"
 for preset in "$@"; do
     cmake --preset "$preset"
     cmake --build --preset "$preset"
+    [ "$preset" != ci ] || scripts/web.sh --build
     ctest --preset "$preset" -j "$(nproc)"
 done

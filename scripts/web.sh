@@ -22,10 +22,15 @@ if [ ! -e "$sources/complete" ]; then
             # shellcheck disable=SC2086
             (cd "$sources" && apt-get -q -o Dir::Etc::SourceList="$lists/sources.list" \
                 -o Dir::Etc::SourceParts="$lists/parts" -o Dir::State::Lists="$lists/lists" \
-                -o Dir::Cache="$lists/cache" -o APT::Sandbox::User=root $step) || return 1
+                -o Dir::Cache="$lists/cache" -o APT::Sandbox::User=root \
+                -o APT::Update::Error-Mode=any -o Acquire::Retries=0 \
+                -o Acquire::http::Timeout=5 $step) || return 1
         done
     }
-    fetch "debian bookworm" "debian-security bookworm-security" || fetch "debian bookworm"
+    fetch "debian bookworm" "debian-security bookworm-security" || fetch "debian bookworm" || {
+        echo "web: can't fetch Debian's sources of zlib, libpng and libjpeg-turbo, is the network up?" >&2
+        exit 1
+    }
     for package in "$sources"/*.dsc; do
         (cd "$sources" && dpkg-source -x "$package")
     done

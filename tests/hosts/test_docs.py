@@ -1,7 +1,8 @@
 """Every command and snippet of the pages for people is run, each block in a folder of its own.
 
 A fenced block names its language. What another test or a script runs names that: ```sh run-by=FILE.
-What builds everything anew is marked ```sh long and runs in a clone, with KT7_LONG_DOCS=1.
+What builds everything anew is marked ```sh long and runs in a clone, with KT7_LONG_DOCS=1,
+as .ci/run has it.
 """
 
 import os
@@ -12,8 +13,9 @@ import sys
 
 import numpy as np
 import pytest
+from PIL import Image
 
-from conftest import build, photo_size, root, run, save
+from conftest import build, load, photo_size, program, psnr, root, run, save
 
 pages = ["README.md", "CONTRIBUTING.md", *(f"docs/{p}.md" for p in
          ("photographers", "python", "hosts", "hosting", "development"))]  # fmt: skip
@@ -59,7 +61,7 @@ def environment(folder):
     }
 
 
-def run_shell(folder, text):
+def run_shell(folder, text, timeout=600):
     if "kt7:denoise" in text and not (shutil.which("gegl") and (build / "lib/gegl-0.4").exists()):
         pytest.skip("no gegl")
     if "parallel " in text and not shutil.which("parallel"):
@@ -69,7 +71,7 @@ def run_shell(folder, text):
     text = text.replace("host1,host2", ":").replace("python3", sys.executable)
     done = subprocess.run(
         ["bash", "-euo", "pipefail", "-c", text], cwd=folder, env=environment(folder),
-        stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=600,
+        stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=timeout,
     )  # fmt: skip
     assert done.returncode == 0, f"{text}\n{done.stdout}{done.stderr}"
 
@@ -91,6 +93,20 @@ def run_commands(folder, text, saved):
         for path in sorted(new, reverse=True):
             if path.suffix != ".pc":
                 path.rmdir() if path.is_dir() else path.unlink()
+
+
+def run_in_clone(folder, text):
+    """The first commands of a fresh machine: what they leave must be the scene, and a cleaner photo."""
+    clone, scene = folder / "clone", folder / "scene"
+    run("git", "clone", "-q", root, clone)
+    run(program, "demo", "--size", "400x300", scene)
+    truth = load(scene / "clean.png") / 255
+    Image.open(scene / "noisy.png").save(clone / "IN.jpg", quality=95, subsampling=0)
+    run_shell(clone, text, timeout=1500)
+    assert psnr(load(clone / "OUT.jpg") / 255, truth) > psnr(load(clone / "IN.jpg") / 255, truth) + 3
+    made = clone / "demo"
+    noisy, denoised = (psnr(load(made / f"{n}.png"), load(made / "clean.png")) for n in ("noisy", "denoised"))
+    assert denoised > noisy + 3 and (made / "side-by-side.png").exists()
 
 
 def run_python(folder, text):
@@ -124,9 +140,7 @@ def test_block(folder, page, info, text):
     if info == "sh long":
         if not os.environ.get("KT7_LONG_DOCS"):
             pytest.skip("builds everything anew; KT7_LONG_DOCS=1 runs it")
-        run("git", "clone", "-q", root, folder / "clone")
-        shutil.copy(folder / "IN.jpg", folder / "clone")
-        run_shell(folder / "clone", text)
+        run_in_clone(folder, text)
     elif language == "sh":
         saved = re.findall(
             r"^```c\n((?:.*\n)*?)```\n+Saved as `(.*?)`", (root / page).read_text(), re.M

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Builds the page of hosts/web and serves it on the loopback address; installs what is missing first.
 #   scripts/web.sh [PORT]    8070 when none is named
-#   scripts/web.sh --build   only builds, into build/web/page
+#   scripts/web.sh --build   only builds, into build/web/page, and a program for its tests
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -41,9 +41,11 @@ fi
 export NODE_PATH=/usr/share/nodejs
 for build in single threads; do
     [ $build = threads ] && threads=ON || threads=OFF
+    [ $build = threads ] && targets=kt7_web || targets="kt7_web kt7_portable"
     emcmake cmake -Wno-dev -G Ninja -S . -B build/web/$build -DCMAKE_BUILD_TYPE=Release \
         -DKT7_WEB_THREADS=$threads -DKT7_WEB_SOURCES="$sources"
-    cmake --build build/web/$build --target kt7_web
+    # shellcheck disable=SC2086
+    cmake --build build/web/$build --target $targets
 done
 mkdir -p build/web/page
 for build in single threads; do

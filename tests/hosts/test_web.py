@@ -1,6 +1,7 @@
 """The page in a real browser, as a person uses it, built by scripts/web.sh."""
 
 import io
+import os
 import shutil
 import subprocess
 import sys
@@ -10,7 +11,7 @@ import numpy as np
 import pytest
 from PIL import Image, ImageCms
 
-from conftest import psnr, root
+from conftest import build, psnr, root, run
 
 page = root / "build/web/page"
 pytestmark = pytest.mark.skipif(
@@ -118,6 +119,28 @@ def browser(request, tmp_path_factory):
 
 def samples(data):
     return np.asarray(Image.open(io.BytesIO(data)))
+
+
+def test_computes_what_the_portable_kernels_do(tmp_path):
+    """With one thread the search's random numbers are the same in both builds. The best quality divides
+    by an approximate reciprocal on x86."""
+    wasm = root / "build/web/single/tests/hosts/kt7_portable.js"
+    node = ["node", "--no-experimental-fetch", wasm]  # the old Emscripten would fetch a path
+    programs = {"wasm": (node, "1"), "native": ([build / "bin/kt7_portable"], "1"),
+                "again": ([build / "bin/kt7_portable"], "2")}  # fmt: skip
+    told, pictures = {}, {}
+    for name, (command, threads) in programs.items():
+        folder = tmp_path / name
+        folder.mkdir()
+        said = run(*command, folder, env={**os.environ, "OMP_NUM_THREADS": threads})
+        told[name] = dict(line.split(": ") for line in said.splitlines())
+        pictures[name] = {f.stem: np.fromfile(f, np.uint8) / 255 for f in folder.iterdir()}
+    assert {"measurement", "quick", "thorough", "best"} < set(told["native"]) == set(told["wasm"])
+    differ = {part for part in told["native"] if told["native"][part] != told["wasm"][part]}
+    assert differ <= {"best"}
+    native, other = pictures["native"]["best"], pictures["again"]["best"]
+    assert psnr(pictures["wasm"]["best"], native) > max(70, psnr(other, native) + 3)
+    assert psnr(native, pictures["native"]["noisy"]) < 40
 
 
 @pytest.mark.parametrize("quality,name", [(0, "fast"), (1, "full"), (2, "best")])

@@ -292,10 +292,11 @@ TEST_F(CommandLine, EveryFailureIsOneLineAndLeavesNothing) {
                tool::Existing::refuse);
     std::filesystem::create_directory(folder / "out");
     const std::string out = folder / "out/o.png";
-    const struct {
+    struct Case {
         Arguments arguments;
         int code;
-    } cases[] = {
+    };
+    std::vector<Case> cases = {
         {denoise({folder / "text.jpg", out}), 1},
         {denoise({folder / "cut.png", out}), 1},
         {denoise({folder / "nothing.png", out}), 1},
@@ -311,6 +312,18 @@ TEST_F(CommandLine, EveryFailureIsOneLineAndLeavesNothing) {
         {{"preview", photo, out, "--profile", folder / "text.jpg"}, 1},
         {{"levels", folder / "text.jpg", out, "--view", "luma"}, 1},
     };
+    for (const char* name : {"avif", "jxl"}) { // whose codecs like to print
+        const tool::FileFormat* const format = tool::formatNamed(name);
+        if (format == nullptr)
+            continue;
+        Bytes bytes = encode(tool::samplePhoto(3, 8, false), *format, 90).bytes;
+        const auto data = std::ranges::search(bytes, std::string_view("mdat")).end();
+        std::for_each(data == bytes.end() ? bytes.end() - 40 : data, bytes.end(),
+                      [](std::uint8_t& byte) { byte ^= 0x55; });
+        const std::string path = folder / (std::string("damaged.") + name);
+        writeBytes(path, {bytes.begin(), bytes.end()});
+        cases.push_back({denoise({path, out}), 1});
+    }
     for (const auto& [arguments, code] : cases) {
         const Result result = run(arguments);
         EXPECT_EQ(result.code, code) << testing::PrintToString(arguments);

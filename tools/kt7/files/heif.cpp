@@ -2,6 +2,7 @@
 #include "tools/kt7/defaults.h"
 #include "tools/kt7/files/format.h"
 #include "tools/kt7/files/limits.h"
+#include "tools/kt7/files/silence.h"
 
 #include <algorithm>
 #include <bit>
@@ -115,6 +116,7 @@ void takeMetadata(const heif_image_handle* handle, Metadata& metadata) {
 }
 
 Photo decodeHeif(std::span<const std::uint8_t> bytes, Depth depth, const FileFormat& format) {
+    const Silence silence;
     if (isSequence(bytes))
         throw CodecError("is a sequence of pictures; only single pictures are denoised");
     const Context context(heif_context_alloc());
@@ -220,6 +222,7 @@ Image imageOf(const Photo& photo) {
 
 Coded encodeHeif(const Photo& photo, int quality, heif_compression_format compression,
                  const char* chroma) {
+    const Silence silence;
     Coded coded{.bits = photo.bits, .lossless = false};
     coded.quality = quality == 0 ? defaults::lossyQuality : quality;
     coded.subsampling = std::strcmp(chroma, "444") == 0 ? "4:4:4" : "4:2:0";

@@ -4,6 +4,7 @@
 #include "tools/kt7/files/iccProfile.h"
 #include "tools/kt7/files/limits.h"
 #include "tools/kt7/files/metadata.h"
+#include "tools/kt7/files/silence.h"
 
 #include <algorithm>
 #include <bit>
@@ -118,6 +119,7 @@ void split(const std::vector<std::uint16_t>& image, bool alpha, Photo& photo) {
 }
 
 Photo decodeJxl(std::span<const std::uint8_t> bytes, Depth depth) {
+    const Silence silence;
     const JxlDecoderPtr owner = JxlDecoderMake(nullptr);
     const JxlThreadParallelRunnerPtr threads =
         JxlThreadParallelRunnerMake(nullptr, JxlThreadParallelRunnerDefaultNumWorkerThreads());
@@ -173,7 +175,6 @@ Photo decodeJxl(std::span<const std::uint8_t> bytes, Depth depth) {
         } else if (status == JXL_DEC_BOX_NEED_MORE_OUTPUT) {
             boxes.grow();
         } else if (status == JXL_DEC_NEED_MORE_INPUT && whole && !closed) {
-            // Only now: of a picture that is cut short the decoder complains in print.
             JxlDecoderCloseInput(decoder);
             closed = true;
         } else if (status == JXL_DEC_SUCCESS) {
@@ -257,6 +258,7 @@ float distanceOf(int quality) {
 }
 
 Coded encodeJxl(const Photo& photo, int quality) {
+    const Silence silence;
     const bool lossless = quality == 0 && photo.coding.format == "jxl" && photo.coding.lossless;
     Coded coded{.bits = photo.bits, .lossless = lossless};
     coded.quality = lossless ? 0 : quality == 0 ? defaults::lossyQuality : quality;

@@ -274,16 +274,23 @@ Bytes jpegOfInk() {
     return bytes;
 }
 
-/// A JPEG whose index of pictures names a second one of the given kind.
-Bytes multiPicture(std::uint8_t kind) {
+/// A JPEG with an index of pictures that has one tag, and `rest` behind it.
+Bytes withIndex(const Bytes& tag, const Bytes& rest) {
     Bytes bytes = encode(smoothPhoto(), jpegFormat, 90).bytes;
-    Bytes index = {0xFF, 0xE2, 0, 0, 'M', 'P', 'F', 0, 'M', 'M', 0, 42, 0,  0, 0, 8, 0,
-                   1,    0xB0, 2, 0, 7,   0,   0,   0, 32,  0,   0, 0,  26, 0, 0, 0, 0};
-    index.resize(index.size() + 32);
+    Bytes index = {0xFF, 0xE2, 0, 0, 'M', 'P', 'F', 0, 'M', 'M', 0, 42, 0, 0, 0, 8, 0, 1};
+    index.insert(index.end(), tag.begin(), tag.end());
+    index.resize(index.size() + 4); // no further directory
+    index.insert(index.end(), rest.begin(), rest.end());
     index[3] = static_cast<std::uint8_t>(index.size() - 2);
-    index[index.size() - 15] = kind;
     bytes.insert(bytes.begin() + 20, index.begin(), index.end()); // behind JFIF's
     return bytes;
+}
+
+/// Two entries of 16 bytes, the second of which is of the given kind.
+Bytes multiPicture(std::uint8_t kind) {
+    Bytes entries(32);
+    entries[17] = kind;
+    return withIndex({0xB0, 2, 0, 7, 0, 0, 0, 32, 0, 0, 0, 26}, entries);
 }
 
 Bytes webpOfFrames() {
@@ -308,6 +315,15 @@ Bytes webpOfFrames() {
 Bytes joined(Bytes first, const Bytes& second) {
     first.insert(first.end(), second.begin(), second.end());
     return first;
+}
+
+/// A PNG with as many texts whose checksum is wrong.
+Bytes pngWithDamagedTexts(int count) {
+    Bytes bytes = pngOf([](png_structp, png_infop) {});
+    constexpr std::uint8_t text[] = {0, 0, 0, 1, 'z', 'T', 'X', 't', 'A', 0, 0, 0, 0};
+    for (int i = 0; i < count; ++i)
+        bytes.insert(bytes.begin() + 33, std::begin(text), std::end(text)); // behind IHDR
+    return bytes;
 }
 
 /// A TIFF with a directory below the first one, which is a smaller preview or a picture of its own.
@@ -391,11 +407,13 @@ TEST(PhotoFile, RefusesInOneLineWhatWouldLoseSomething) {
          "CMYK"},
         {jpegOfInk(), "CMYK"},
         {multiPicture(2), "holds 2 pictures"},
+        {withIndex({0xB0, 1, 0, 4, 0, 0, 0, 1, 0, 0, 0, 3}, {}), "holds 3 pictures"},
         {joined(plain, plain), "holds 2 pictures"},
         {pngOf(animated), "is an animation"},
         {webpOfFrames(), "is an animation"},
         {tiffWithSubdirectory(folder, 0), "holds 2 pages"},
-        {pngOf(floods), "more metadata"}};
+        {pngOf(floods), "more metadata"},
+        {pngWithDamagedTexts(200), "too many parts"}};
 #ifdef KT7_HAVE_JXL
     cases.push_back({jxlOfFrames(), "is an animation"});
 #else
@@ -415,8 +433,10 @@ TEST(PhotoFile, RefusesInOneLineWhatWouldLoseSomething) {
         EXPECT_NE(refusal.find(complaint), std::string::npos) << refusal << " for " << complaint;
         EXPECT_LT(refusal.size(), 300u);
     }
-    EXPECT_EQ(decode(multiPicture(1)).remarks, std::vector<std::string>{}); // a preview
-    EXPECT_EQ(decode(tiffWithSubdirectory(folder, FILETYPE_REDUCEDIMAGE)).remarks.size(), 1u);
+    const Bytes small = encode(smoothPhoto(16, 16), jpegFormat, 90).bytes;
+    for (const Bytes& partly : {multiPicture(1), joined(plain, small), pngWithDamagedTexts(3),
+                                tiffWithSubdirectory(folder, FILETYPE_REDUCEDIMAGE)})
+        EXPECT_EQ(decode(partly).remarks.size(), 1u);
     EXPECT_THROW(checkSize(60'000, 60'000, 1, 3000), CodecError); // whatever the memory
     const std::uint64_t most = availableMemory() / 20; // decoded it fits, but it can't be denoised
     EXPECT_THROW(checkSize(most / 1000, 1000, 3, most), CodecError);

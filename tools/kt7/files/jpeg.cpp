@@ -102,7 +102,7 @@ void append(Bytes& bytes, std::string_view text) {
     bytes.insert(bytes.end(), text.begin(), text.end());
 }
 
-/// True when further pictures stand behind the first and need no mention.
+/// True when an index explains what stands behind the picture.
 bool takeMarkers(const jpeg_decompress_struct& codec, Photo& photo) {
     Metadata& metadata = photo.metadata;
     metadata.orientation = 0;
@@ -166,11 +166,12 @@ bool isAsLarge(std::span<const std::uint8_t> bytes, const Photo& photo) {
 void checkRest(std::span<const std::uint8_t> rest, Photo& photo) {
     constexpr std::uint8_t start[] = {0xFF, 0xD8, 0xFF};
     const auto second = std::search(rest.begin(), rest.end(), std::begin(start), std::end(start));
-    if (second != rest.end() && isAsLarge({second, rest.end()}, photo))
+    const bool begins = second != rest.end();
+    if (begins && isAsLarge({second, rest.end()}, photo))
         throw CodecError("holds 2 pictures; only files of one picture are denoised");
     // A few bytes behind the end are padding.
     constexpr std::size_t padding = 4096;
-    if (rest.size() > padding)
+    if (begins || rest.size() > padding)
         photo.remarks.push_back("data behind the picture, such as a film or a preview");
 }
 

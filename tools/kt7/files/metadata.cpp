@@ -360,22 +360,29 @@ bool checkMultiPicture(const Bytes& index, Photo& photo) {
     if (!TiffStream::isOne(index))
         return false;
     const Exiv2Session session;
+    constexpr std::size_t entryBytes = 16;
+    constexpr std::uint32_t typeMask = 0xFFFFFF, preview = 0x010000, previewMask = 0xFF0000;
     Bytes entries;
     Exiv2::ByteOrder order = Exiv2::bigEndian;
+    std::size_t others = 0, unnamed = 0, previews = 0;
     try {
         ExifData data;
         order = decodeExif(index, data);
         entries = rawValue(data, "Exif.Image.0xb002", order);
+        // A damaged index may have lost its entries, and still the number of them.
+        const Bytes number = rawValue(data, "Exif.Image.0xb001", order);
+        const std::size_t listed = std::max<std::size_t>(entries.size() / entryBytes, 1);
+        const std::size_t told = number.size() == 4 ? Exiv2::getULong(number.data(), order) : 0;
+        others = told > listed ? told - listed : 0;
     } catch (const Exiv2::AnyError&) {
         return false;
     }
-    constexpr std::size_t entryBytes = 16;
-    constexpr std::uint32_t typeMask = 0xFFFFFF, preview = 0x010000, previewMask = 0xFF0000;
-    std::size_t others = 0, unnamed = 0;
     for (std::size_t at = entryBytes; at + entryBytes <= entries.size(); at += entryBytes) {
         const std::uint32_t type = Exiv2::getULong(&entries[at], order) & typeMask;
-        unnamed += type == 0 ? 1 : 0;
-        others += type != 0 && (type & previewMask) != preview ? 1 : 0;
+        if (type == 0)
+            ++unnamed;
+        else
+            ++((type & previewMask) == preview ? previews : others);
     }
     const std::string_view xmp(reinterpret_cast<const char*>(photo.metadata.xmp.data()),
                                photo.metadata.xmp.size());
@@ -386,7 +393,9 @@ bool checkMultiPicture(const Bytes& index, Photo& photo) {
                          " pictures; only files of one picture are denoised");
     if (unnamed > 0)
         photo.remarks.push_back("its gain map for bright screens");
-    return entries.size() > entryBytes;
+    if (previews > 0)
+        photo.remarks.push_back("its smaller previews");
+    return previews + unnamed > 0;
 }
 
 void takeTiffMetadata(std::span<const std::uint8_t> file, Photo& photo) {

@@ -24,8 +24,8 @@ Density inInches(const Density& density);
 void takeResources(const Bytes& resources, Metadata& metadata);
 Bytes resourcesOf(const Metadata& metadata);
 
-/// The index of a multi-picture file. Raises CodecError when it holds further photos; previews are
-/// no matter (result true), of anything else a remark is made.
+/// The index of a multi-picture file. Raises CodecError when it holds further photos; of previews and
+/// gain maps a remark is made, and the result is true.
 bool checkMultiPicture(const Bytes& index, Photo& photo);
 
 /// The metadata of a TIFF, without the tags that say how its pixels are coded.

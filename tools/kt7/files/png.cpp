@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include <png.h>
 
@@ -33,6 +34,8 @@ struct Session {
     Bytes written;
     std::size_t held = 0; ///< bytes that libpng holds
     std::size_t most = ~std::size_t{0};
+    bool refused = false;                           ///< it asked for more than that
+    int patience = std::numeric_limits<int>::max(); ///< with warnings
 
     [[noreturn]] void fail(const char* text) {
         std::snprintf(error, sizeof error, "%s", text);
@@ -53,11 +56,14 @@ Session& sessionOf(png_structp png) {
     sessionOf(png).fail(text);
 }
 
-/// Past its limits libpng goes on and unpacks each further chunk for nothing.
+/// Past its limits libpng goes on and unpacks each further chunk for nothing, as it does with chunks
+/// that are damaged.
 void onWarning(png_structp png, png_const_charp text) {
     Session& session = sessionOf(png);
-    if (std::strstr(text, "chunk cache") != nullptr || std::strstr(text, "memory") != nullptr)
+    if (session.refused || std::strstr(text, "chunk cache") != nullptr)
         session.fail("has more metadata than a photo needs");
+    if (--session.patience < 0)
+        session.fail("has too many parts that are damaged or too large");
     if (session.warning[0] == '\0')
         std::snprintf(session.warning, sizeof session.warning, "%s", text);
 }
@@ -67,7 +73,8 @@ constexpr std::size_t blockHeader = alignof(std::max_align_t);
 /// Keeps count, so that many small chunks can't unpack into all of the memory.
 png_voidp allocate(png_structp png, png_alloc_size_t size) {
     auto& session = *static_cast<Session*>(png_get_mem_ptr(png));
-    if (size > session.most || session.held > session.most - size)
+    session.refused = size > session.most || session.held > session.most - size;
+    if (session.refused)
         return nullptr;
     auto* const block = static_cast<std::uint8_t*>(std::malloc(size + blockHeader));
     if (block == nullptr)
@@ -258,11 +265,12 @@ void takeMetadata(Session& session, Photo& photo) {
 }
 
 void setLimits(Session& session) {
-    constexpr png_uint_32 mostChunks = 1000, mostInChunk = 16 << 20, mostSide = 0x7FFFFFFF;
+    constexpr png_uint_32 mostChunks = 1000, mostInChunk = 8 << 20, mostSide = 0x7FFFFFFF;
     png_set_user_limits(session.png, mostSide, mostSide); // checkSize looks at the whole
     png_set_chunk_cache_max(session.png, mostChunks);
     png_set_chunk_malloc_max(session.png, mostInChunk);
     session.most = mostMetadataBytes;
+    session.patience = 16;
     png_set_benign_errors(session.png, 1);
     constexpr png_byte kept[] = "acTL\0cICP";
     png_set_keep_unknown_chunks(session.png, PNG_HANDLE_CHUNK_ALWAYS, kept, 2);

@@ -107,10 +107,13 @@ def test_noise_can_be_looked_at_kept_and_handed_back(photo, truth):
     [
         (TypeError, dict(image=np.zeros((9, 9, 3), np.int32))),
         (TypeError, dict(mask=np.zeros((240, 320), complex))),
+        (TypeError, dict(noise=0.02)),
         (ValueError, dict(image=np.zeros((9, 9, 5), np.uint8))),
         (ValueError, dict(image=np.zeros((0, 9, 3), np.uint8))),
         (ValueError, dict(image=Image.new("P", (9, 9)))),
         (ValueError, dict(mask=np.zeros((2, 2)))),
+        (ValueError, dict(mask=Image.new("P", (320, 240)))),
+        (ValueError, dict(threads=2**32 + 1)),
         (ValueError, dict(quality="finest")),
         (ValueError, dict(strength=-1)),
         (ValueError, dict(strength=float("nan"))),
@@ -155,7 +158,7 @@ def test_previews(photo):
     assert kt7.screen(np.float32(photo / 255), 0.5).shape == (120, 160, 4)
     assert (kt7.auto_level(photo, "red", 0) == photo[:, :, :1]).all()
     assert (kt7.auto_level(photo[:, :, ::-1], "red", 0, bgr=True) == photo[:, :, :1]).all()
-    for bad in (dict(scale=0), dict(profile=b"no profile")):
+    for bad in (dict(scale=0), dict(scale=np.inf), dict(profile=b"no profile")):
         with pytest.raises(ValueError):
             kt7.screen(photo, **bad)
     with pytest.raises(ValueError):

@@ -73,6 +73,12 @@ def _record(array: np.ndarray, bgr: bool, alpha: str) -> _library.PhotoImage:
     return record
 
 
+def _set(settings: _library.PhotoSettings, name: str, value: Any) -> None:
+    setattr(settings, name, value)
+    if isinstance(getattr(settings, name), int) and getattr(settings, name) != value:
+        raise ValueError(f"{name} {value}: out of its range")  # ctypes keeps the lower bits only
+
+
 def _choice(name: str, value: str, choices: Mapping[str, int]) -> int:
     if value not in choices:
         raise ValueError(f"{name} {value!r}: one of {', '.join(choices)} is taken")
@@ -183,7 +189,9 @@ class Noise:
     def with_levels(self, levels: Levels) -> Noise:
         """The same noise at other levels; the spectrum follows.
 
-        Raises ValueError for a level that is negative or not finite."""
+        Raises ValueError for a level that is negative or not finite, TypeError for other than Levels."""
+        if not isinstance(levels, Levels):
+            raise TypeError(f"levels of type {type(levels).__name__}: Levels are taken")
         record = _library.PhotoNoise.from_buffer_copy(self._record)
         _library.check(_library.photo_library().kt7PhotoSetLevels(record, levels))
         return Noise(record)
@@ -216,7 +224,7 @@ def measure(
     settings = _library.PhotoSettings()
     library = _library.photo_library()
     library.kt7PhotoDefaults(settings)
-    settings.threads = threads
+    _set(settings, "threads", threads)
     settings.progress = reports.function
     noise = _library.PhotoNoise()
     record = _record(samples, bgr, alpha)
@@ -225,6 +233,8 @@ def measure(
 
 
 def _mask_record(mask: Any, shape: tuple[int, ...]) -> tuple[_library.PhotoMask, np.ndarray]:
+    if is_pillow(mask) and mask.mode not in ("1", "L", "I;16", "F"):
+        raise ValueError(f"a mask of Pillow mode {mask.mode}: convert it to L first")
     array = np.asarray(mask)
     if array.dtype == bool:
         array = array.astype(np.uint8) * np.uint8(255)
@@ -267,7 +277,8 @@ def denoise(
     strength: how much of the noise to take out, 0..100; 0 returns the same pixels
     luma, colour: strengths for brightness and colour noise on top of that, 0..100
     amount: how much of the result to use, 0..1
-    mask: (height, width) of bool, uint8, uint16 or floats (0..1): where to denoise; None everywhere
+    mask: (height, width) of bool, uint8, uint16 or floats (0..1), or a Pillow image of mode 1, L, I;16
+        or F: where to denoise; None everywhere
     noise: what measure() returned, of this photo or another of the same camera and setting
     luma_smooth, chroma_smooth: edge-preserving smoothing, 0 off, usually 0.01 to 0.05
     sharpen: radius of the blur to take out in pixels, less 0.3; 0 off, usually 0.2 to 1
@@ -280,8 +291,8 @@ def denoise(
         False. What it raises cancels too and is raised by denoise(), as is KeyboardInterrupt.
 
     Returns an array of the image's shape and dtype, or a Pillow image of its mode.
-    Raises TypeError for a dtype that is not taken, ValueError for any other argument that can't be
-    used, Cancelled, MemoryError, or Error for an internal failure."""
+    Raises TypeError for a dtype or a type of argument that is not taken, ValueError for any other
+    argument that can't be used, Cancelled, MemoryError, or Error for an internal failure."""
     array = as_array(image)
     samples = _in_library_samples(array)
     result = np.empty(samples.shape, samples.dtype)
@@ -302,8 +313,10 @@ def denoise(
         ("chroma_median", chroma_median),
         ("threads", threads),
     ):
-        setattr(settings, name, value)
+        _set(settings, name, value)
     if noise is not None:
+        if not isinstance(noise, Noise):
+            raise TypeError(f"noise of type {type(noise).__name__}: what measure() returned is taken")
         settings.noise = ctypes.pointer(noise._record)
     if mask is not None:
         mask_record, _kept = _mask_record(mask, samples.shape)

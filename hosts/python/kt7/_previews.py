@@ -60,8 +60,9 @@ def screen(
         samples, code = np.ascontiguousarray(np.rint(fifteen).astype(np.uint16)), 3
     height, width = samples.shape[:2]
     factor = float(scale)
-    out_width, out_height = int(width * factor), int(height * factor)
-    if not (0 < factor < 1e6 and 1 <= out_width < 2**27 and 1 <= out_height < 2**27):
+    fits = 0 < factor < 1e6
+    out_width, out_height = (int(width * factor), int(height * factor)) if fits else (0, 0)
+    if not (1 <= out_width < 2**27 and 1 <= out_height < 2**27):
         raise ValueError(f"scale {scale}: the screen buffer would have no or too many pixels")
     out = np.zeros((out_height, out_width, 4), np.uint8)
     host = _library.HostImage(code, samples.ctypes.data, samples.strides[0], width, height)

@@ -40,7 +40,7 @@ def main() -> int:
     options.target.mkdir(parents=True, exist_ok=True)
 
     cluster = options.scheduler or LocalCluster(
-        n_workers=options.workers, threads_per_worker=1, dashboard_address=None
+        n_workers=options.workers, threads_per_worker=1, dashboard_address=":0"
     )
     failed = 0
     with Client(cluster) as client:

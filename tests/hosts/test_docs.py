@@ -66,7 +66,7 @@ def run_shell(folder, text, timeout=600):
         pytest.skip("no gegl")
     if "parallel " in text and not shutil.which("parallel"):
         pytest.skip("no GNU parallel")
-    if "folder.py" in text:
+    if "folder.py" in text or "workerMemory.py" in text:
         pytest.importorskip("distributed")
     text = text.replace("host1,host2", ":").replace("python3", sys.executable)
     done = subprocess.run(

@@ -1,8 +1,12 @@
 """Folders of photos through other people's engines, and darktable's exports."""
 
+import contextlib
+import json
+import re
 import shutil
 import subprocess
 import sys
+import time
 
 import numpy as np
 import pytest
@@ -52,17 +56,52 @@ def check_calls(folder, tries):
     assert not (folder / "out" / "broken.jpg").exists()
 
 
-def test_dask_tries_again_reports_what_failed_and_goes_on(folder, photo, shaky):
+@pytest.fixture(params=["workers of its own", "a scheduler elsewhere"])
+def cluster(request, tmp_path):
+    """Options of folder.py for a cluster: none, or the address of one whose parts were started apart."""
     pytest.importorskip("distributed")
+    if request.param == "workers of its own":
+        yield []
+        return
+    if not (shutil.which("dask-scheduler") and shutil.which("dask-worker")):
+        pytest.skip("no dask-scheduler and dask-worker")
+    place = tmp_path / "scheduler.json"
+    file = ["--scheduler-file", place]
+    commands = [["dask-scheduler", "--port", "0", "--dashboard-address", ":0", *file]]
+    commands += [["dask-worker", "--nthreads", "1", "--no-nanny", "--no-dashboard", *file]] * 2
+    with contextlib.ExitStack() as started:
+        for command in commands:
+            part = subprocess.Popen(command, cwd=tmp_path, stderr=subprocess.DEVNULL)
+            started.callback(part.wait)
+            started.callback(part.terminate)
+        for _ in range(600):
+            if place.exists() and place.stat().st_size:
+                break
+            time.sleep(0.1)
+        yield ["--scheduler", json.loads(place.read_text())["address"]]
+
+
+def test_dask_tries_again_reports_what_failed_and_goes_on(folder, photo, shaky, cluster):
     done = subprocess.run(
         [sys.executable, root / "examples/python/folder.py", folder / "in", folder / "out", "--kt7",
-         shaky],
+         shaky, *cluster],
         capture_output=True, text=True, timeout=300,
     )  # fmt: skip
     assert done.returncode == 1, done.stderr
     assert "broken.jpg: kt7" in done.stdout and "3 done, 1 failed" in done.stdout
     check(folder, photo)
     check_calls(folder, tries=3)
+
+
+def test_the_memory_of_a_dask_worker_is_bounded():
+    """By the documented figure, however many photos there are."""
+    pytest.importorskip("distributed")
+    page = (root / "docs/hosts.md").read_text()
+    base, slope = map(int, re.search(r"(\d+) MB and (\d+) MB for each megapixel", page).groups())
+    said = run(sys.executable, root / "scripts/workerMemory.py", program, "1", "--photos", "2", "6")
+    few, many = (int(line.split()[-1]) for line in said.splitlines()[-2:])
+    assert many < 1.1 * few
+    assert 0.5 * (base + slope) < many <= base + slope
 
 
 @pytest.mark.skipif(not shutil.which("parallel"), reason="no GNU parallel")

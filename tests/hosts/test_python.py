@@ -73,6 +73,10 @@ def test_what_other_libraries_hold_is_taken(tmp_path, photo, name):
     assert psnr(result, kt7.denoise(photo, "fast") / 255.0) > 45
 
 
+def test_package_and_library_are_of_one_version():
+    assert kt7.__version__ == kt7.version()
+
+
 def test_pillow_of_16_bits(noisy):
     grey = np.uint16(np.clip(noisy[:, :, 1], 0, 1) * 65535)
     result = kt7.denoise(Image.fromarray(grey), "fast")

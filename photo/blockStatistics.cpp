@@ -337,7 +337,10 @@ void setSpectrum(Kt7PhotoNoise& noise, const Planes& photo, const Planes& pilot,
     const double flat = rising(ratio, rule::flatFrom, rule::flatTo);
     const double hidden = 1.0 - rising(ratio, rule::hiddenWholly, rule::hiddenNot);
 
-    const auto whiteShare = static_cast<double>(kind.white), open = static_cast<double>(kind.open);
+    const auto open = static_cast<double>(kind.open);
+    const auto whiteShare = [&](std::int32_t plane) {
+        return static_cast<double>(plane == 0 ? kind.white : kind.whiteColour);
+    };
     Block spectra[3]{};
     for (std::int32_t plane = 0; plane < photo.count; ++plane) {
         const std::array<double, bands> gains = gainsOf(measured, plane);
@@ -359,7 +362,8 @@ void setSpectrum(Kt7PhotoNoise& noise, const Planes& photo, const Planes& pilot,
                     static_cast<double>(rule::leastPower);
         }
         for (std::size_t i = 0; i < bands; ++i)
-            noise.gain[plane][i] = static_cast<float>(1.0 + (1.0 - whiteShare) * (gains[i] - 1.0));
+            noise.gain[plane][i] =
+                static_cast<float>(1.0 + (1.0 - whiteShare(plane)) * (gains[i] - 1.0));
     }
     for (std::size_t c = 0; c < side * side; ++c) {
         // Noise that is as strong in colour as in luma bounds what luma's is taken for.
@@ -367,9 +371,9 @@ void setSpectrum(Kt7PhotoNoise& noise, const Planes& photo, const Planes& pilot,
         if (photo.count > 1)
             spectra[0][c] = std::lerp(spectra[0][c], std::min(spectra[0][c], bound), open);
         for (std::int32_t plane = 0; plane < photo.count; ++plane)
-            noise.spectrum[plane][c / side][c % side] = static_cast<float>(
-                std::lerp(spectra[plane][c],
-                          static_cast<double>(plane == 0 ? white.luma : white.colour), whiteShare));
+            noise.spectrum[plane][c / side][c % side] = static_cast<float>(std::lerp(
+                spectra[plane][c], static_cast<double>(plane == 0 ? white.luma : white.colour),
+                whiteShare(plane)));
     }
     for (std::size_t i = 0; i < bands; ++i)
         noise.intensity[i] = rootThird * measured[i].brightness;

@@ -36,19 +36,32 @@ constexpr float tiny = 0.001f; // added to what is divided by
 
 NoiseKind kindOf(const Features& f) noexcept {
     NoiseKind kind{};
+    const float fineColourOverLuma = f.fineColour / (f.fineLuma + tiny);
     kind.white = rising(f.fineOverMiddle, 0.6f, 0.75f);
+    kind.whiteColour = kind.white * rising(fineColourOverLuma, 0.1f, 0.3f);
     constexpr float rounding = 0.12f; // power that rounding to 8 bits makes
     const float colourOverLuma = std::max((f.fineColour - rounding) / (f.fineLuma + 0.5f),
                                           (f.middleColour - rounding) / (f.middleLuma + 0.5f));
     kind.open = rising(colourOverLuma, 0.25f, 0.45f);
-    kind.emptied = (1.0f - rising(f.fineColour, 0.05f, 0.15f)) * (1.0f - kind.open);
+    // Sharpening lifts what an encoder left of fine colour above the first limits, but keeps it far
+    // below luma. Where luma is white or uneven, it may be texture that has little colour.
+    const float lacking = (1.0f - rising(fineColourOverLuma, 0.02f, 0.04f)) *
+                          (1.0f - rising(f.fineOverMiddle, 0.18f, 0.26f)) *
+                          rising(f.evenness, 0.20f, 0.35f) * rising(f.fineLuma, 2.0f, 4.0f);
+    kind.emptied =
+        std::max(1.0f - rising(f.fineColour, 0.05f, 0.15f), lacking) * (1.0f - kind.open);
     const float even =
         std::max(rising(f.evenness, 0.20f, 0.35f), rising(f.takenMiddle, 60.0f, 120.0f));
     const float coloured = rising(f.coarseColour, 0.11f, 0.24f);
     const float faint = std::clamp(std::log2(10.0f / (f.takenMiddle + tiny)) / 1.5f, 0.0f, 1.0f);
     const float inEmptied = std::max(even, faint);
-    kind.lumaNoise = std::lerp(std::lerp(even * (0.7f + 0.3f * coloured), inEmptied, kind.emptied),
-                               1.0f, kind.open);
+    // Strong, even and nearly white: nothing but noise is like that, though colour has none.
+    const float nearlyWhite = rising(f.fineOverMiddle, 0.4f, 0.55f) *
+                              rising(f.takenMiddle, 60.0f, 120.0f) *
+                              rising(f.evenness, 0.20f, 0.35f);
+    kind.lumaNoise = std::lerp(
+        std::lerp(std::max(even * (0.7f + 0.3f * coloured), nearlyWhite), inEmptied, kind.emptied),
+        1.0f, kind.open);
     kind.colourNoise =
         std::lerp(std::lerp(std::max(coloured, even), inEmptied, kind.emptied), 1.0f, kind.open);
     return kind;
@@ -82,7 +95,12 @@ QxNoiseLevels levelsFor(const QxNoiseLevels& first, const Features& f,
     const WhitePower power = whitePower(f, kind);
     const float luma = std::sqrt(power.luma) / 255.0f, colour = std::sqrt(power.colour) / 255.0f;
     const QxNoiseLevels white = levels(0.868f * luma, 0.435f * colour, 0.646f * colour);
-    return mixed(mixed(encoded, open, kind.open), white, kind.white);
+    const QxNoiseLevels filtered = mixed(encoded, open, kind.open);
+    const QxNoiseLevels colours = mixed(filtered, white, kind.whiteColour);
+    QxNoiseLevels result = mixed(filtered, white, kind.white);
+    result.chromaU = colours.chromaU;
+    result.chromaV = colours.chromaV;
+    return result;
 }
 
 float chromaSmoothFor(const NoiseKind& kind) noexcept {
@@ -95,11 +113,14 @@ StageStrength stageStrengthFor(const Features& f, const NoiseKind& kind) noexcep
     const auto certain = [&](float noise) { return bySureness(least, noise * noise); };
     float coarseness = std::clamp(std::pow(0.15f / (f.fineOverMiddle + tiny), 2.5f), 0.35f, 1.6f);
     coarseness = 1.0f + (coarseness - 1.0f) * std::min(f.fineLuma / 2.0f, 1.0f);
-    const float encodedLuma =
-        std::clamp(6.0f / (f.fineLuma + tiny) * coarseness, 0.5f, 16.0f) * certain(kind.lumaNoise);
+    // The whiter the noise is, the less of it calm blocks hide, and the nearer it is to what white
+    // noise takes.
+    const float lowest = std::lerp(0.75f, 0.95f, rising(f.fineOverMiddle, 0.4f, 0.55f));
+    const float encodedLuma = std::clamp(6.0f / (f.fineLuma + tiny) * coarseness, lowest, 16.0f) *
+                              certain(kind.lumaNoise);
     const float encodedColour = 2.5f * (1.0f + 1.4f * kind.emptied) * certain(kind.colourNoise);
     return {std::lerp(std::lerp(encodedLuma, 1.2f, kind.open), 1.3f, kind.white),
-            std::lerp(std::lerp(encodedColour, 1.6f, kind.open), 1.5f, kind.white),
+            std::lerp(std::lerp(encodedColour, 1.6f, kind.open), 1.5f, kind.whiteColour),
             kind.white > 0.5f ? 2 : 1};
 }
 

@@ -25,9 +25,10 @@ struct Features {
 
 /// What kind of noise it is, each 0..1.
 struct NoiseKind {
-    float white;   ///< neither a camera nor an encoder has filtered it
-    float open;    ///< as strong in colour as in luma: filtered, but not by an encoder
-    float emptied; ///< an encoder has taken the fine colour out
+    float white;       ///< neither a camera nor an encoder has filtered it
+    float whiteColour; ///< nor made colour coarser; at most `white`
+    float open;        ///< as strong in colour as in luma: filtered, but not by an encoder
+    float emptied;     ///< an encoder has taken the fine colour out
     float lumaNoise, colourNoise; ///< how sure it is that it is noise and not texture
 };
 

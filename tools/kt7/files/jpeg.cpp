@@ -2,6 +2,7 @@
 #include "tools/kt7/defaults.h"
 #include "tools/kt7/files/format.h"
 #include "tools/kt7/files/guarded.h"
+#include "tools/kt7/files/jpegCoding.h"
 #include "tools/kt7/files/limits.h"
 #include "tools/kt7/files/metadata.h"
 
@@ -45,12 +46,8 @@ struct Errors {
         };
         manager.output_message = [](j_common_ptr) {};
         manager.emit_message = [](j_common_ptr c, int level) {
-            // Some cameras leave bytes between segments; the others say little about the pixels.
-            constexpr int harmless[] = {JWRN_EXTRANEOUS_DATA, JWRN_ADOBE_XFORM, JWRN_JFIF_MAJOR,
-                                        JWRN_BOGUS_ICC};
             of(c).profileDamaged |= c->err->msg_code == JWRN_BOGUS_ICC;
-            if (level >= 0 || of(c).damaged ||
-                std::ranges::find(harmless, c->err->msg_code) != std::end(harmless))
+            if (level >= 0 || of(c).damaged || !meansDamage(c->err->msg_code))
                 return;
             of(c).damaged = true;
             c->err->format_message(c, of(c).text);
@@ -70,10 +67,8 @@ struct Reader {
     Reader() {
         errors.install(reinterpret_cast<j_common_ptr>(&codec));
         codec.client_data = &errors;
-        // A file of few bytes can hold thousands of scans over a huge picture.
         progress.progress_monitor = [](j_common_ptr c) {
-            constexpr int mostScans = 500;
-            if (reinterpret_cast<j_decompress_ptr>(c)->input_scan_number > mostScans) {
+            if (reinterpret_cast<j_decompress_ptr>(c)->input_scan_number > mostJpegScans) {
                 std::strcpy(Errors::of(c).text, "too many scans");
                 std::longjmp(Errors::of(c).jump, 1);
             }
@@ -131,25 +126,6 @@ bool takeMarkers(const jpeg_decompress_struct& codec, Photo& photo) {
                             : codec.density_unit == 1 ? Density::Unit::inch
                                                       : Density::Unit::none};
     return checkMultiPicture(multiPicture, photo);
-}
-
-void takeCoding(const jpeg_decompress_struct& codec, Coding& coding) {
-    coding.format = "jpeg";
-    coding.lossless = false;
-    coding.jpeg.colourSpace = codec.jpeg_color_space;
-    coding.jpeg.progressive = codec.progressive_mode != 0;
-    for (int c = 0; c < codec.num_components; ++c) {
-        const auto& component = codec.comp_info[c];
-        coding.jpeg.components.push_back(
-            {component.h_samp_factor, component.v_samp_factor, component.quant_tbl_no});
-        // The table as it was when the component's first scan began.
-        const JQUANT_TBL* table = component.quant_table != nullptr
-                                      ? component.quant_table
-                                      : codec.quant_tbl_ptrs[component.quant_tbl_no & 3];
-        if (table != nullptr)
-            coding.jpeg.tables[static_cast<std::size_t>(component.quant_tbl_no & 3)].assign(
-                std::begin(table->quantval), std::end(table->quantval));
-    }
 }
 
 Photo decodeJpeg(std::span<const std::uint8_t> bytes, Depth depth);
@@ -225,7 +201,9 @@ Photo decodeJpeg(std::span<const std::uint8_t> bytes, Depth depth) {
             out = std::copy(row.begin(), row.end(), out);
         }
     });
-    takeCoding(codec, photo.coding);
+    photo.coding.format = "jpeg";
+    photo.coding.lossless = false;
+    photo.coding.jpeg = codingOf(codec);
     reader.run([&] { jpeg_finish_decompress(&codec); });
     if (reader.errors.damaged)
         throw CodecError(damage(reader.errors.text));
@@ -273,26 +251,6 @@ struct Writer {
     Writer(const Writer&) = delete;
     Writer& operator=(const Writer&) = delete;
 };
-
-/// Steps, subsampling and order of scans as in the source.
-void codeLike(const JpegCoding& coding, jpeg_compress_struct& codec) {
-    jpeg_set_colorspace(&codec, static_cast<J_COLOR_SPACE>(coding.colourSpace));
-    for (std::size_t t = 0; t < coding.tables.size(); ++t) {
-        unsigned int steps[DCTSIZE2];
-        if (coding.tables[t].size() != DCTSIZE2)
-            continue;
-        std::ranges::copy(coding.tables[t], steps);
-        jpeg_add_quant_table(&codec, static_cast<int>(t), steps, 100, FALSE);
-    }
-    for (int c = 0; c < codec.num_components; ++c) {
-        const auto& from = coding.components[static_cast<std::size_t>(c)];
-        codec.comp_info[c].h_samp_factor = from.horizontal;
-        codec.comp_info[c].v_samp_factor = from.vertical;
-        codec.comp_info[c].quant_tbl_no = from.table & 3;
-    }
-    if (coding.progressive)
-        jpeg_simple_progression(&codec);
-}
 
 void setDensity(const Metadata& metadata, jpeg_compress_struct& codec) {
     if (!metadata.density)
@@ -344,15 +302,9 @@ std::vector<Segment> segmentsOf(const Metadata& metadata, std::vector<std::strin
     return segments;
 }
 
-bool isLike(const Photo& photo) {
-    const JpegCoding& coding = photo.coding.jpeg;
-    return photo.coding.format == "jpeg" &&
-           coding.components.size() == static_cast<std::size_t>(photo.channels) &&
-           !coding.tables[static_cast<std::size_t>(coding.components[0].table & 3)].empty();
-}
-
 Coded encodeJpeg(const Photo& photo, int quality) {
-    const bool like = quality == 0 && isLike(photo);
+    const bool like = quality == 0 && photo.coding.format == "jpeg" &&
+                      canCodeLike(photo.coding.jpeg, photo.channels);
     Coded coded{.lossless = false};
     Writer writer;
     auto& codec = writer.codec;

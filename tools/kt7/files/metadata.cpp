@@ -1,5 +1,6 @@
 #include "tools/kt7/files/metadata.h"
 
+#include "tools/kt7/files/exifBlock.h"
 #include "tools/kt7/files/iccProfile.h"
 
 #include <algorithm>
@@ -28,60 +29,6 @@ class Exiv2Session {
     }
     std::scoped_lock<std::recursive_mutex> lock_{mutex()};
 };
-
-/// The block's bytes where they stand: whatever moves breaks a maker note.
-class TiffStream {
-  public:
-    explicit TiffStream(Bytes& bytes) : bytes_(bytes) {}
-
-    static bool isOne(const Bytes& bytes) {
-        return bytes.size() >= 8 && (std::memcmp(bytes.data(), "II*\0", 4) == 0 ||
-                                     std::memcmp(bytes.data(), "MM\0*", 4) == 0);
-    }
-
-    /// Numbers behind the end are 0.
-    std::uint32_t number(std::size_t at, std::size_t size) const {
-        std::uint32_t value = 0;
-        if (at > bytes_.size() || bytes_.size() - at < size)
-            return 0;
-        for (std::size_t i = 0; i < size; ++i)
-            value = value << 8 | bytes_[bytes_[0] == 'M' ? at + i : at + size - 1 - i];
-        return value;
-    }
-    void clear(std::size_t at, std::size_t size) {
-        if (at <= bytes_.size() && bytes_.size() - at >= size)
-            std::fill_n(bytes_.begin() + static_cast<std::ptrdiff_t>(at), size, std::uint8_t{0});
-    }
-
-  private:
-    Bytes& bytes_;
-};
-
-/// Unlinks the second directory, which describes the thumbnail, and blots out its picture.
-void dropThumbnail(Bytes& exif) {
-    TiffStream stream(exif);
-    constexpr std::size_t entryBytes = 12;
-    const auto entries = [&](std::size_t directory) { return stream.number(directory, 2); };
-    const std::size_t first = stream.number(4, 4);
-    const std::size_t link = first + 2 + entryBytes * entries(first);
-    const std::size_t second = stream.number(link, 4);
-    if (second == 0)
-        return;
-    std::size_t picture = 0, pictureBytes = 0;
-    for (std::size_t i = 0; i < entries(second); ++i) {
-        constexpr std::uint32_t jpegOffset = 0x201, jpegBytes = 0x202;
-        const std::size_t entry = second + 2 + entryBytes * i;
-        const std::uint32_t tag = stream.number(entry, 2);
-        if (tag == jpegOffset)
-            picture = stream.number(entry + 8, 4);
-        if (tag == jpegBytes)
-            pictureBytes = stream.number(entry + 8, 4);
-    }
-    // A real thumbnail stands behind the directories.
-    if (picture > second)
-        stream.clear(picture, pictureBytes);
-    stream.clear(link, 4);
-}
 
 Exiv2::ByteOrder decodeExif(const Bytes& exif, ExifData& data) {
     return Exiv2::ExifParser::decode(data, exif.data(), static_cast<std::uint32_t>(exif.size()));
@@ -186,7 +133,7 @@ void tidyExif(Photo& photo) {
         return;
     if (metadata.exif.size() > 6 && std::memcmp(metadata.exif.data(), "Exif\0\0", 6) == 0)
         metadata.exif.erase(metadata.exif.begin(), metadata.exif.begin() + 6);
-    if (!TiffStream::isOne(metadata.exif)) {
+    if (!isTiffStream(metadata.exif)) {
         metadata.exif.clear();
         photo.remarks.push_back("an Exif block that is none");
         return;
@@ -357,7 +304,7 @@ Bytes resourcesOf(const Metadata& metadata) {
 }
 
 bool checkMultiPicture(const Bytes& index, Photo& photo) {
-    if (!TiffStream::isOne(index))
+    if (!isTiffStream(index))
         return false;
     const Exiv2Session session;
     constexpr std::size_t entryBytes = 16;

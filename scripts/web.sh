@@ -7,8 +7,9 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 "$root/scripts/setup.sh" --no-tests emscripten dpkg-dev python3
 
+libraries="zlib libpng1.6 libjpeg-turbo tiff"
 sources="$root/build/web/sources"
-if [ ! -e "$sources/complete" ]; then
+if [ "$(cat "$sources/complete" 2>/dev/null)" != "$libraries" ]; then
     # Debian's sources of the libraries, through lists of our own: the machine's need not name
     # sources. A mirror that lags behind with its updates has at least the release.
     lists="$root/build/web/apt"
@@ -18,7 +19,7 @@ if [ ! -e "$sources/complete" ]; then
         for suite in "$@"; do
             echo "deb-src http://deb.debian.org/$suite main"
         done >"$lists/sources.list"
-        for step in update "source --download-only zlib libpng1.6 libjpeg-turbo"; do
+        for step in update "source --download-only $libraries"; do
             # shellcheck disable=SC2086
             (cd "$sources" && apt-get -q -o Dir::Etc::SourceList="$lists/sources.list" \
                 -o Dir::Etc::SourceParts="$lists/parts" -o Dir::State::Lists="$lists/lists" \
@@ -28,13 +29,13 @@ if [ ! -e "$sources/complete" ]; then
         done
     }
     fetch "debian bookworm" "debian-security bookworm-security" || fetch "debian bookworm" || {
-        echo "web: can't fetch Debian's sources of zlib, libpng and libjpeg-turbo, is the network up?" >&2
+        echo "web: can't fetch Debian's sources of $libraries, is the network up?" >&2
         exit 1
     }
     for package in "$sources"/*.dsc; do
         (cd "$sources" && dpkg-source -x "$package")
     done
-    touch "$sources/complete"
+    echo "$libraries" >"$sources/complete"
 fi
 
 # Emscripten's own tools, for a node that is not Debian's too.

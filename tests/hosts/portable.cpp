@@ -156,6 +156,32 @@ void photos(const std::string& folder) {
     write(folder, "best", bytes);
 }
 
+/// Cancels after some reports, on the way to every stage; nothing may be written then.
+void cancelling() {
+    const auto noisy = picture<std::uint8_t>(1);
+    for (const std::int32_t quality : {kt7PhotoFull, kt7PhotoBest})
+        for (int after = 0;; after += 7) {
+            auto bytes = noisy;
+            const Kt7PhotoImage photo = interleaved(kt7PhotoU8, 1, bytes.data());
+            Kt7PhotoSettings settings{};
+            settings.size = sizeof settings;
+            kt7PhotoDefaults(&settings);
+            settings.quality = quality;
+            settings.threads = 1;
+            int left = after;
+            settings.userData = &left;
+            settings.progress = [](double, void* data) -> std::int32_t {
+                return --*static_cast<int*>(data) >= 0 ? 1 : 0;
+            };
+            const std::int32_t outcome = kt7PhotoDenoise(&photo, &photo, &settings);
+            if (left >= 0) {
+                require(outcome == kt7PhotoDone, "a call that was not cancelled");
+                break;
+            }
+            require(outcome == kt7PhotoCancelled && bytes == noisy, "a cancelled call");
+        }
+}
+
 } // namespace
 
 int main(int count, char** words) {
@@ -178,4 +204,5 @@ int main(int count, char** words) {
     }
     write(folder, "noisy", picture<std::uint8_t>(1));
     photos(folder);
+    cancelling();
 }

@@ -8,13 +8,19 @@ const previewSide = 640; // a preview's part of the photo, in the photo's pixels
 /* The worker. */
 
 let worker, ready, waiting, lastId = 0;
+let cancelFlag = null; // a number in the engine's memory, where that is shared
 
 function startWorker() {
     waiting = new Map();
+    cancelFlag = null;
     worker = new Worker('worker.js');
     ready = new Promise((resolve, reject) => {
         worker.onmessage = ({ data }) => {
-            if (data.ready) return resolve(data);
+            if (data.ready) {
+                const flag = data.cancelFlag;
+                cancelFlag = flag && new Int32Array(flag.memory, flag.at, 1);
+                return resolve(data);
+            }
             if (data.broken) return reject(new Error(data.broken));
             const request = waiting.get(data.id);
             if (!request) return;
@@ -22,7 +28,7 @@ function startWorker() {
             waiting.delete(data.id);
             if (data.fatal) restart();
             if (data.error === undefined) return request.resolve(data.answer);
-            request.reject(new Error(data.error));
+            request.reject(Object.assign(new Error(data.error), { cancelled: data.cancelled }));
         };
         worker.onerror = (event) => {
             event.preventDefault();
@@ -62,6 +68,7 @@ const view = { scale: 1, x: 0, y: 0 }; // canvas pixels per pixel; the photo's p
 let patches = {}; // sharp pictures of what is visible: before, after
 let preview = null; // {x, y, width, height, bitmap}
 let files = [];
+let savedWithout = ''; // what the last file that was saved could not hold
 let busy = false; // something can be cancelled
 const canvas = $('picture');
 const context = canvas.getContext('2d');
@@ -76,17 +83,13 @@ function complain(text) { $('error').textContent = text; }
 
 /* Pictures. */
 
-async function bitmapOf({ width, height, pixels }) {
-    return createImageBitmap(new ImageData(new Uint8ClampedArray(pixels.buffer), width, height));
-}
-
-async function overview(which) {
+function overview(which) {
     const { width, height } = photo.info;
     const shrink = Math.min(1, overviewSide / Math.max(width, height));
-    return bitmapOf(await ask('view', {
+    return ask('view', {
         which, x: 0, y: 0, width, height,
         outWidth: Math.max(1, Math.round(width * shrink)), outHeight: Math.max(1, Math.round(height * shrink)),
-    }));
+    });
 }
 
 function fitScale() {
@@ -169,7 +172,7 @@ async function sharpen() {
         const of = photo.file;
         for (const [which, name] of ['before', 'after'].entries()) {
             if (which === 1 && !photo.result) continue;
-            const bitmap = await bitmapOf(await ask('view', { which, ...part, outWidth, outHeight }));
+            const bitmap = await ask('view', { which, ...part, outWidth, outHeight });
             if (photo.file !== of) return;
             patches[name]?.bitmap.close();
             patches[name] = { bitmap, part };
@@ -230,14 +233,15 @@ function whatIsLost() {
     if (!info) return '';
     if (info.byBrowser)
         return 'The browser opened this picture: 8 bits, colours turned into sRGB, metadata not kept.';
-    const lost = [];
-    if (Number($('format').value) > 0) {
-        if (info.bits === 16) lost.push('JPEG has 8 bits; PNG keeps all 16');
-        if (info.channels % 2 === 0) lost.push('JPEG has no transparency; white is laid below');
+    const lost = info.lost ? [info.lost] : [];
+    if ($('format').value !== '0') {
+        if (info.bits === 16) lost.push('half of the 16 bits, of which JPEG has 8');
+        if (info.channels % 2 === 0) lost.push('transparency, for which white is laid below');
     }
+    if (savedWithout) lost.push(savedWithout);
     const kept = ['Exif', 'colour profile', 'XMP'].filter((_, i) => info.metadata >> i & 1);
     return (kept.length ? 'Kept: ' + kept.join(', ') + '. ' : '') + (lost.length ? 'Lost: ' + lost.join('; ') + '. ' : '')
-        + (info.metadata & 2 ? 'The profile goes into the file; the picture here is shown as if it were sRGB.' : '');
+        + ((info.metadata & 18) === 2 ? 'The profile is not one of RGB; the picture here is shown as if it were sRGB.' : '');
 }
 
 async function hold(file) {
@@ -251,6 +255,7 @@ async function open(file) {
     forget();
     photo.file = file;
     photo.info = null;
+    savedWithout = '';
     offer();
     try {
         await ready;
@@ -260,7 +265,9 @@ async function open(file) {
         $('view').hidden = $('keys').hidden = false;
         const { width, height, bits } = photo.info;
         canvas.setAttribute('aria-label', `${file.name}, ${width} by ${height} pixels`);
-        $('format').value = photo.info.jpeg ? '95' : '0';
+        const like = (photo.info.metadata & 8) !== 0;
+        $('like').hidden = $('like').disabled = !like;
+        $('format').value = like ? '-1' : photo.info.jpeg ? '95' : '0';
         resize();
         look(fitScale());
         say(`${file.name}: ${width} × ${height}, ${bits} bits. Ready to denoise.`);
@@ -285,6 +292,7 @@ async function denoise() {
     $('progress').value = 0;
     clearTimeout(askPreview.timer);
     const begin = performance.now();
+    wantCancel(0);
     try {
         busy = true;
         offer();
@@ -314,6 +322,7 @@ async function denoise() {
         return false;
     } finally {
         busy = false;
+        wantCancel(0); // previews run on
         if (!photo.held && photo.file) await recover();
         offer();
         draw();
@@ -335,10 +344,15 @@ async function recover() {
     }
 }
 
+function wantCancel(value) {
+    if (cancelFlag) Atomics.store(cancelFlag, 0, value);
+}
+
 function cancel() {
     if (!busy) return;
     say('Cancelling…');
-    restart(); // without shared memory a worker at work hears nothing, so this is the way for all
+    if (cancelFlag) wantCancel(1);
+    else restart(); // a worker at work hears nothing else
 }
 
 function dropPreview() {
@@ -361,8 +375,7 @@ async function showPreview() {
             return [Math.round(from + (size - held) / 2), held];
         };
         const [x, width] = middle(part.x, part.width), [y, height] = middle(part.y, part.height);
-        const answer = await ask('preview', { x, y, width, height, ...settings() });
-        const bitmap = await bitmapOf(answer);
+        const bitmap = await ask('preview', { x, y, width, height, ...settings() });
         dropPreview();
         preview = { x, y, width, height, bitmap };
         say('Preview of the framed part, in fast quality. Denoise works on the whole.');
@@ -388,7 +401,9 @@ async function save() {
     if (!photo.result) return;
     try {
         say('Writing the file…');
-        const { blob } = await ask('save', { jpegQuality: Number($('format').value) });
+        const { blob, lost } = await ask('save', { jpegQuality: Number($('format').value) });
+        savedWithout = lost;
+        $('lost').textContent = whatIsLost();
         const link = document.createElement('a');
         link.href = URL.createObjectURL(blob);
         const stem = photo.file.name.replace(/\.[^.]*$/, '') || 'photo';
@@ -442,7 +457,10 @@ $('all').addEventListener('click', async () => {
     if (failed.length) complain(failed.join(' '));
 });
 $('list').addEventListener('change', () => open(files[Number($('list').value)]));
-$('format').addEventListener('change', () => { $('lost').textContent = whatIsLost(); });
+$('format').addEventListener('change', () => {
+    savedWithout = '';
+    $('lost').textContent = whatIsLost();
+});
 for (const name of ['luma', 'colour', 'amount'])
     $(name).addEventListener('input', () => {
         $(name + 'Out').textContent = name === 'amount' ? $(name).value + ' %' : Number($(name).value).toFixed(1);

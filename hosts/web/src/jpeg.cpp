@@ -1,21 +1,23 @@
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "hosts/web/src/Photo.h"
-extern "C" {
-#include <jpeglib.h>
-}
+#include "tools/kt7/files/jpegCoding.h"
+
 #include <jerror.h>
 
 namespace kt7::web {
 namespace {
 
-constexpr char exifMark[] = "Exif\0";                      // with the second zero
-constexpr char xmpMark[] = "http://ns.adobe.com/xap/1.0/"; // with its zero
-constexpr int app1 = JPEG_APP0 + 1, app2 = JPEG_APP0 + 2;
+constexpr std::string_view exifMark{"Exif\0\0", 6};
+constexpr std::string_view xmpMark{"http://ns.adobe.com/xap/1.0/\0", 29};
+constexpr std::string_view moreXmpMark{"http://ns.adobe.com/xmp/extension/\0", 35};
+constexpr std::string_view multiPictureMark{"MPF\0", 4};
+constexpr int app1 = JPEG_APP0 + 1, app2 = JPEG_APP0 + 2, app13 = JPEG_APP0 + 13;
 constexpr std::size_t mostInSegment = 65533;
 
 [[noreturn]] void failed(j_common_ptr codec) {
@@ -28,6 +30,8 @@ constexpr std::size_t mostInSegment = 65533;
 void warned(j_common_ptr codec, int level) {
     if (level < 0 && codec->err->msg_code == JWRN_JPEG_EOF)
         throw Failure("This JPEG is cut off.");
+    if (level < 0 && tool::meansDamage(codec->err->msg_code))
+        failed(codec);
 }
 
 struct Errors : jpeg_error_mgr {
@@ -42,6 +46,11 @@ struct Decompress : jpeg_decompress_struct {
     Decompress() {
         err = &errors_;
         jpeg_create_decompress(this);
+        progress_.progress_monitor = [](j_common_ptr codec) {
+            if (reinterpret_cast<j_decompress_ptr>(codec)->input_scan_number > tool::mostJpegScans)
+                throw Failure("This JPEG has too many scans.");
+        };
+        progress = &progress_;
     }
     ~Decompress() { jpeg_destroy_decompress(this); }
     Decompress(const Decompress&) = delete;
@@ -49,6 +58,7 @@ struct Decompress : jpeg_decompress_struct {
 
   private:
     Errors errors_;
+    jpeg_progress_mgr progress_{};
 };
 
 struct Compress : jpeg_compress_struct {
@@ -64,20 +74,43 @@ struct Compress : jpeg_compress_struct {
     Errors errors_;
 };
 
-template <std::size_t n>
-bool takeMarked(const jpeg_marker_struct& marker, const char (&mark)[n], Bytes& into) {
-    if (marker.data_length < n || std::memcmp(marker.data, mark, n) != 0)
-        return false;
-    if (into.empty())
-        into.assign(marker.data + n, marker.data + marker.data_length);
-    return true;
+void takeMarkers(const Decompress& codec, Photo& photo) {
+    const auto lose = [&](const char* name) {
+        if (std::find(photo.lost.begin(), photo.lost.end(), name) == photo.lost.end())
+            photo.lost.emplace_back(name);
+    };
+    for (const auto* marker = codec.marker_list; marker != nullptr; marker = marker->next) {
+        const std::string_view text(reinterpret_cast<const char*>(marker->data),
+                                    marker->data_length);
+        const auto bytes = [&](std::size_t from) {
+            return Bytes(marker->data + from, marker->data + marker->data_length);
+        };
+        if (marker->marker == JPEG_COM)
+            lose("comments");
+        else if (marker->marker == app13)
+            lose("IPTC and other blocks of Photoshop");
+        else if (marker->marker == app2 && text.starts_with(multiPictureMark))
+            lose("further pictures, such as previews and gain maps");
+        else if (text.starts_with(moreXmpMark))
+            lose("extended XMP");
+        else if (text.starts_with(exifMark) && photo.exif.empty())
+            photo.takeExif(bytes(exifMark.size()));
+        else if (text.starts_with(xmpMark) && photo.xmp.empty())
+            photo.xmp = bytes(xmpMark.size());
+    }
+    if (codec.saw_JFIF_marker)
+        photo.density = {codec.density_unit, codec.X_density, codec.Y_density};
 }
 
-template <std::size_t n>
-void writeMarked(Compress& codec, const char (&mark)[n], const Bytes& block) {
-    if (block.empty() || block.size() + n > mostInSegment)
+void writeMarked(Compress& codec, std::string_view mark, const Bytes& block, const char* name,
+                 std::vector<std::string>& lost) {
+    if (block.empty())
         return;
-    Bytes segment(mark, mark + n);
+    if (block.size() + mark.size() > mostInSegment) {
+        lost.push_back(std::string(name) + " (too large for a JPEG)");
+        return;
+    }
+    Bytes segment(mark.begin(), mark.end());
     segment.insert(segment.end(), block.begin(), block.end());
     jpeg_write_marker(&codec, app1, segment.data(), static_cast<unsigned>(segment.size()));
 }
@@ -87,8 +120,8 @@ void writeMarked(Compress& codec, const char (&mark)[n], const Bytes& block) {
 Photo readJpeg(const Bytes& file) {
     Decompress codec;
     jpeg_mem_src(&codec, file.data(), static_cast<unsigned long>(file.size()));
-    jpeg_save_markers(&codec, app1, 0xffff);
-    jpeg_save_markers(&codec, app2, 0xffff);
+    for (const int marker : {JPEG_COM, app1, app2, app13})
+        jpeg_save_markers(&codec, marker, 0xffff);
     jpeg_read_header(&codec, TRUE);
     if (codec.num_components == 4)
         throw Failure("This JPEG is in CMYK; only grey and RGB can be denoised.");
@@ -98,9 +131,7 @@ Photo readJpeg(const Bytes& file) {
     photo.height = static_cast<std::int32_t>(codec.image_height);
     photo.channels = codec.num_components == 1 ? 1 : 3;
     photo.allocate();
-    for (auto* marker = codec.marker_list; marker != nullptr; marker = marker->next)
-        if (marker->marker == app1 && !takeMarked(*marker, exifMark, photo.exif))
-            takeMarked(*marker, xmpMark, photo.xmp);
+    takeMarkers(codec, photo);
     JOCTET* profile = nullptr;
     unsigned profileSize = 0;
     if (jpeg_read_icc_profile(&codec, &profile, &profileSize)) {
@@ -112,11 +143,14 @@ Photo readJpeg(const Bytes& file) {
         JSAMPROW row = photo.row(static_cast<std::int32_t>(codec.output_scanline));
         jpeg_read_scanlines(&codec, &row, 1);
     }
+    const tool::JpegCoding coding = tool::codingOf(codec);
+    if (tool::canCodeLike(coding, photo.channels))
+        photo.coding = coding;
     jpeg_finish_decompress(&codec);
     return photo;
 }
 
-Bytes writeJpeg(const Photo& photo, int quality) {
+Bytes writeJpeg(const Photo& photo, int quality, std::vector<std::string>& lost) {
     unsigned char* memory = nullptr;
     unsigned long size = 0;
     const auto give = [&](void*) { std::free(memory); };
@@ -129,16 +163,25 @@ Bytes writeJpeg(const Photo& photo, int quality) {
     codec.input_components = grey ? 1 : 3;
     codec.in_color_space = grey ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(&codec);
-    jpeg_set_quality(&codec, quality, TRUE);
     codec.optimize_coding = TRUE;
-    codec.comp_info[0].h_samp_factor = codec.comp_info[0].v_samp_factor = 1;
+    if (quality == likeSource && photo.coding) {
+        tool::codeLike(*photo.coding, codec);
+    } else {
+        jpeg_set_quality(&codec, quality, TRUE);
+        codec.comp_info[0].h_samp_factor = codec.comp_info[0].v_samp_factor = 1;
+    }
+    if (photo.density) {
+        codec.density_unit = photo.density->unit;
+        codec.X_density = photo.density->x;
+        codec.Y_density = photo.density->y;
+    }
     jpeg_start_compress(&codec, TRUE);
-    writeMarked(codec, exifMark, photo.exif);
-    writeMarked(codec, xmpMark, photo.xmp);
+    writeMarked(codec, exifMark, photo.exif, "Exif", lost);
+    writeMarked(codec, xmpMark, photo.xmp, "XMP", lost);
     if (!photo.icc.empty())
         jpeg_write_icc_profile(&codec, photo.icc.data(), static_cast<unsigned>(photo.icc.size()));
     const int colours = codec.input_components;
-    const bool alpha = photo.channels == 2 || photo.channels == 4;
+    const bool alpha = photo.hasAlpha();
     const bool wide = photo.sampleBytes == 2;
     Bytes line(static_cast<std::size_t>(photo.width) * static_cast<std::size_t>(colours));
     while (codec.next_scanline < codec.image_height) {

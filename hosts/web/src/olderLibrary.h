@@ -31,6 +31,10 @@ constexpr auto find(Range&& range, const T& value) {
     return std::find(std::begin(range), std::end(range), value);
 }
 template <class Range, class Test>
+constexpr bool any_of(Range&& range, Test test) {
+    return std::any_of(std::begin(range), std::end(range), test);
+}
+template <class Range, class Test>
 constexpr auto find_if(Range&& range, Test test) {
     return std::find_if(std::begin(range), std::end(range), test);
 }

@@ -2,6 +2,7 @@
 #include <emscripten.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -19,13 +20,17 @@ namespace {
 Bytes buffer; // what the worker hands in or takes out
 Photo source, result;
 std::optional<Kt7PhotoNoise> noise;
-std::string message;
+std::string message; // why something failed
+std::string lost;    // what did not come along, with commas between
 
 // Runs on the worker's own thread, on which the library reports.
 EM_JS(int, reportProgress, (double done), { return Module.progress(done) ? 1 : 0; })
 
+/// Set by the page where it shares this memory, while the worker computes.
+std::atomic<std::int32_t> cancelled{0};
+
 std::int32_t hearProgress(double done, void*) {
-    return reportProgress(done);
+    return reportProgress(done) != 0 && cancelled.load(std::memory_order_relaxed) == 0 ? 1 : 0;
 }
 
 /// 1 when body() ran to its end; else 0, or -1 for a cancelled call, and message says why.
@@ -49,12 +54,12 @@ Kt7PhotoImage imageOf(Photo& photo, std::int32_t x, std::int32_t y, std::int32_t
                       std::int32_t height) {
     Kt7PhotoImage image{};
     image.size = sizeof image;
-    const bool alpha = photo.channels == 2 || photo.channels == 4;
-    kt7PhotoInterleaved(
-        &image, photo.sampleBytes == 2 ? kt7PhotoU16 : kt7PhotoU8,
-        photo.channels < 3 ? kt7PhotoGrey : kt7PhotoRgb, alpha ? kt7PhotoStraight : kt7PhotoNoAlpha,
-        photo.row(y) + static_cast<std::ptrdiff_t>(x) * photo.channels * photo.sampleBytes, width,
-        height, static_cast<std::int64_t>(photo.rowBytes()));
+    kt7PhotoInterleaved(&image, photo.sampleBytes == 2 ? kt7PhotoU16 : kt7PhotoU8,
+                        photo.channels < 3 ? kt7PhotoGrey : kt7PhotoRgb,
+                        photo.hasAlpha() ? kt7PhotoStraight : kt7PhotoNoAlpha,
+                        photo.row(y) +
+                            static_cast<std::ptrdiff_t>(x) * photo.channels * photo.sampleBytes,
+                        width, height, static_cast<std::int64_t>(photo.rowBytes()));
     return image;
 }
 
@@ -97,16 +102,45 @@ void take(Photo photo) {
     source = std::move(photo);
 }
 
-/// Means over the source pixels of each pixel of the view, as RGBA with 8 bits.
-void intoView(const Photo& photo, std::int32_t x, std::int32_t y, std::int32_t width,
-              std::int32_t height, std::int32_t outWidth, std::int32_t outHeight) {
-    buffer.resize(static_cast<std::size_t>(outWidth) * static_cast<std::size_t>(outHeight) * 4);
-    std::uint8_t* to = buffer.data();
+/// A rectangle of a photo.
+struct Part {
+    std::int32_t x, y, width, height;
+};
+
+/// How a photo has to be turned to stand upright: the axes exchanged, then either one mirrored.
+struct Turn {
+    explicit Turn(std::int32_t orientation)
+        : exchange(orientation >= 5),
+          mirrorX(orientation == 2 || orientation == 3 || orientation == 6 || orientation == 7),
+          mirrorY(orientation == 3 || orientation == 4 || orientation == 7 || orientation == 8) {}
+
+    /// Where a part of the upright photo stands in the photo as it is stored.
+    Part stored(const Part& upright, const Photo& photo) const {
+        const std::int32_t width = exchange ? photo.height : photo.width;
+        const std::int32_t height = exchange ? photo.width : photo.height;
+        const std::int32_t x = mirrorX ? width - upright.x - upright.width : upright.x;
+        const std::int32_t y = mirrorY ? height - upright.y - upright.height : upright.y;
+        return exchange ? Part{y, x, upright.height, upright.width}
+                        : Part{x, y, upright.width, upright.height};
+    }
+
+    bool exchange, mirrorX, mirrorY;
+};
+
+/// Means over the source pixels of each pixel of the view, upright, as RGBA with 8 bits.
+Photo viewOf(const Photo& photo, const Part& part, std::int32_t outWidth, std::int32_t outHeight,
+             const Turn& turn) {
+    Photo view;
+    view.channels = 4;
+    view.width = turn.exchange ? outHeight : outWidth;
+    view.height = turn.exchange ? outWidth : outHeight;
+    view.allocate();
     const int n = photo.channels, colours = n < 3 ? 1 : 3;
-    const bool wide = photo.sampleBytes == 2, alpha = n == 2 || n == 4;
+    const bool wide = photo.sampleBytes == 2;
     const auto edge = [](std::int32_t i, std::int32_t from, std::int32_t size, std::int32_t out) {
         return from + static_cast<std::int32_t>(std::int64_t{i} * size / out);
     };
+    const auto [x, y, width, height] = part;
     for (std::int32_t v = 0; v < outHeight; ++v) {
         const std::int32_t top = edge(v, y, height, outHeight);
         const std::int32_t bottom = std::max(top + 1, edge(v + 1, y, height, outHeight));
@@ -124,12 +158,40 @@ void intoView(const Photo& photo, std::int32_t x, std::int32_t y, std::int32_t w
             const auto mean = [&](int c) {
                 return static_cast<std::uint8_t>((sums[c] + count / 2) / count);
             };
+            std::int32_t atX = turn.exchange ? v : u, atY = turn.exchange ? u : v;
+            atX = turn.mirrorX ? view.width - 1 - atX : atX;
+            atY = turn.mirrorY ? view.height - 1 - atY : atY;
+            std::uint8_t* to = view.row(atY) + 4 * static_cast<std::ptrdiff_t>(atX);
             for (int c = 0; c < 3; ++c)
                 to[c] = mean(colours == 1 ? 0 : c);
-            to[3] = alpha ? mean(colours) : 255;
-            to += 4;
+            to[3] = photo.hasAlpha() ? mean(colours) : 255;
         }
     }
+    return view;
+}
+
+bool hasRgbProfile() {
+    constexpr std::size_t colourSpaceAt = 16;
+    return source.icc.size() > colourSpaceAt + 4 &&
+           std::memcmp(source.icc.data() + colourSpaceAt, "RGB ", 4) == 0;
+}
+
+/// The page gets a view with a profile as a PNG, whose colours the browser takes to the screen's.
+void handOut(Photo view) {
+    buffer = Bytes();
+    std::vector<std::string> unsaid;
+    if (hasRgbProfile()) {
+        view.icc = source.icc;
+        buffer = writePng(view, 1, unsaid);
+    } else {
+        buffer = std::move(view.samples);
+    }
+}
+
+void tellLost(const std::vector<std::string>& names) {
+    lost.clear();
+    for (const std::string& name : names)
+        lost += (lost.empty() ? "" : ", ") + name;
 }
 
 /// False when it was cancelled.
@@ -174,11 +236,21 @@ KT7_WEB_EXPORT const char* kt7WebMessage() {
     return message.c_str();
 }
 
-/// Decodes the bytes as a JPEG or a PNG file.
-KT7_WEB_EXPORT int kt7WebOpen(int isPng) {
+/// What of the file that was opened or saved last did not come along.
+KT7_WEB_EXPORT const char* kt7WebLost() {
+    return lost.c_str();
+}
+/// Where the page writes a number other than 0 to cancel what runs.
+KT7_WEB_EXPORT void* kt7WebCancelFlag() {
+    return &cancelled;
+}
+
+/// Decodes the bytes as a JPEG (0), a PNG (1) or a TIFF (2) file.
+KT7_WEB_EXPORT int kt7WebOpen(int format) {
     return attempt([&] {
         take({}); // the one before makes room first
-        take(isPng != 0 ? readPng(buffer) : readJpeg(buffer));
+        take(format == 0 ? readJpeg(buffer) : format == 1 ? readPng(buffer) : readTiff(buffer));
+        tellLost(source.lost);
         buffer = Bytes();
         return true;
     });
@@ -200,15 +272,17 @@ KT7_WEB_EXPORT int kt7WebOpenPixels(std::int32_t width, std::int32_t height) {
             std::copy_n(buffer.data() + 4 * i, n, photo.samples.data() + n * i);
         take(std::move(photo));
         buffer = Bytes();
+        tellLost({});
         return true;
     });
 }
 
+/// Sides of the upright photo, which is what all parts are told in.
 KT7_WEB_EXPORT int kt7WebWidth() {
-    return source.width;
+    return Turn(source.orientation).exchange ? source.height : source.width;
 }
 KT7_WEB_EXPORT int kt7WebHeight() {
-    return source.height;
+    return Turn(source.orientation).exchange ? source.width : source.height;
 }
 KT7_WEB_EXPORT int kt7WebChannels() {
     return source.channels;
@@ -216,10 +290,10 @@ KT7_WEB_EXPORT int kt7WebChannels() {
 KT7_WEB_EXPORT int kt7WebBits() {
     return 8 * source.sampleBytes;
 }
-/// Bit 0: Exif, 1: profile, 2: XMP.
+/// Bit 0: Exif, 1: profile, 2: XMP, 3: a JPEG like it can be made, 4: views come as PNG.
 KT7_WEB_EXPORT int kt7WebMetadata() {
     return (source.exif.empty() ? 0 : 1) | (source.icc.empty() ? 0 : 2) |
-           (source.xmp.empty() ? 0 : 4);
+           (source.xmp.empty() ? 0 : 4) | (source.coding ? 8 : 0) | (hasRgbProfile() ? 16 : 0);
 }
 
 /// Denoises the whole. The result before stays when it is cancelled or fails.
@@ -239,7 +313,7 @@ KT7_WEB_EXPORT int kt7WebDenoise(int quality, double luma, double colour, double
     });
 }
 
-/// Denoises a part of the photo quickly, with the noise of the whole, and gives it as RGBA.
+/// Denoises a part of the photo quickly, with the noise of the whole, and gives it as a view.
 KT7_WEB_EXPORT int kt7WebPreview(std::int32_t x, std::int32_t y, std::int32_t width,
                                  std::int32_t height, double luma, double colour, double amount,
                                  int threads) {
@@ -248,39 +322,53 @@ KT7_WEB_EXPORT int kt7WebPreview(std::int32_t x, std::int32_t y, std::int32_t wi
         if (!measureOnce(imageOf(source, 0, 0, source.width, source.height), settings))
             return false;
         settings.noise = &*noise;
-        const Kt7PhotoImage image = imageOf(source, x, y, width, height);
-        Photo part = emptyLike(source, width, height);
-        const Kt7PhotoImage target = imageOf(part, 0, 0, width, height);
+        const Turn turn(source.orientation);
+        const Part part = turn.stored({x, y, width, height}, source);
+        const Kt7PhotoImage image = imageOf(source, part.x, part.y, part.width, part.height);
+        Photo clean = emptyLike(source, part.width, part.height);
+        const Kt7PhotoImage target = imageOf(clean, 0, 0, part.width, part.height);
         if (!check(kt7PhotoDenoise(&image, &target, &settings)))
             return false;
-        intoView(part, 0, 0, width, height, width, height);
+        handOut(viewOf(clean, {0, 0, part.width, part.height}, part.width, part.height, turn));
         return true;
     });
 }
 
-/// A part of the source (0) or of the result (1) as RGBA.
+/// A view of a part of the source (0) or of the result (1): RGBA, or a PNG.
 KT7_WEB_EXPORT int kt7WebView(int which, std::int32_t x, std::int32_t y, std::int32_t width,
                               std::int32_t height, std::int32_t outWidth, std::int32_t outHeight) {
     return attempt([&] {
         const Photo& photo = which != 0 ? result : source;
-        if (x < 0 || y < 0 || width < 1 || height < 1 || outWidth < 1 || outHeight < 1 ||
-            width > photo.width - x || height > photo.height - y)
+        const Turn turn(source.orientation);
+        const Part part = turn.stored({x, y, width, height}, source);
+        if (part.x < 0 || part.y < 0 || width < 1 || height < 1 || outWidth < 1 || outHeight < 1 ||
+            part.width > photo.width - part.x || part.height > photo.height - part.y)
             throw Failure("There is nothing to show.");
-        intoView(photo, x, y, width, height, outWidth, outHeight);
+        handOut(viewOf(photo, part, turn.exchange ? outHeight : outWidth,
+                       turn.exchange ? outWidth : outHeight, turn));
         return true;
     });
 }
 
-/// Codes the result, with the metadata of the source, as PNG (0) or as JPEG of the given quality.
+/// Codes the result, with the metadata of the source, as PNG (0), as JPEG of the given quality, or
+/// as a JPEG like the source (-1).
 KT7_WEB_EXPORT int kt7WebSave(int jpegQuality) {
     return attempt([&] {
         if (result.samples.empty())
             throw Failure("There is no result yet.");
+        result.orientation = source.orientation;
         result.exif = source.exif;
+        result.makeExif();
         result.icc = source.icc;
         result.xmp = source.xmp;
+        result.coding = source.coding;
+        result.density = source.density;
+        constexpr int pngEffort = 4; // a person waits for it
+        std::vector<std::string> left;
         buffer = Bytes();
-        buffer = jpegQuality > 0 ? writeJpeg(result, jpegQuality) : writePng(result);
+        buffer = jpegQuality != 0 ? writeJpeg(result, jpegQuality, left)
+                                  : writePng(result, pngEffort, left);
+        tellLost(left);
         return true;
     });
 }

@@ -60,13 +60,18 @@ void readMetadata(png_structp png, png_infop info, Photo& photo) {
         photo.icc.assign(profile, profile + size);
     png_bytep exif = nullptr;
     if (png_get_eXIf_1(png, info, &size, &exif) != 0)
-        photo.exif.assign(exif, exif + size);
+        photo.takeExif(Bytes(exif, exif + size));
     png_textp texts = nullptr;
     int count = 0;
     png_get_text(png, info, &texts, &count);
+    bool others = false;
     for (int i = 0; i < count; ++i)
         if (std::strcmp(texts[i].key, xmpKeyword) == 0)
             photo.xmp.assign(texts[i].text, texts[i].text + std::strlen(texts[i].text));
+        else
+            others = true;
+    if (others)
+        photo.lost.emplace_back("comments");
 }
 
 } // namespace
@@ -97,15 +102,15 @@ Photo readPng(const Bytes& file) {
     return photo;
 }
 
-Bytes writePng(const Photo& photo) {
+Bytes writePng(const Photo& photo, int effort, std::vector<std::string>& lost) {
     constexpr int types[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
                              PNG_COLOR_TYPE_RGB_ALPHA};
     Bytes file;
     Writer writer;
     png_structp png = writer.png;
     png_set_write_fn(png, &file, &writeTo, [](png_structp) {});
-    png_set_benign_errors(png, 1);     // an unsound profile is left out
-    png_set_compression_level(png, 4); // a person waits for it
+    png_set_benign_errors(png, 1); // an unsound profile is left out
+    png_set_compression_level(png, effort);
     png_set_IHDR(png, writer.info, static_cast<png_uint_32>(photo.width),
                  static_cast<png_uint_32>(photo.height), 8 * photo.sampleBytes,
                  types[photo.channels - 1], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
@@ -113,6 +118,8 @@ Bytes writePng(const Photo& photo) {
     if (!photo.icc.empty())
         png_set_iCCP(png, writer.info, "icc", PNG_COMPRESSION_TYPE_BASE, photo.icc.data(),
                      static_cast<png_uint_32>(photo.icc.size()));
+    if (!photo.icc.empty() && png_get_valid(png, writer.info, PNG_INFO_iCCP) == 0)
+        lost.emplace_back("a colour profile that is damaged or of another kind of picture");
     if (!photo.exif.empty()) {
         Bytes exif = photo.exif; // copied once more by libpng
         png_set_eXIf_1(png, writer.info, static_cast<png_uint_32>(exif.size()), exif.data());

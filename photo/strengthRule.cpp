@@ -37,7 +37,9 @@ constexpr float tiny = 0.001f; // added to what is divided by
 NoiseKind kindOf(const Features& f) noexcept {
     NoiseKind kind{};
     const float fineColourOverLuma = f.fineColour / (f.fineLuma + tiny);
-    kind.white = rising(f.fineOverMiddle, 0.6f, 0.75f);
+    // Of very strong noise the first pilot leaves some of the finest.
+    kind.white =
+        rising(f.fineOverMiddle + 0.1f * rising(f.takenMiddle, 300.0f, 900.0f), 0.6f, 0.75f);
     kind.whiteColour = kind.white * rising(fineColourOverLuma, 0.1f, 0.3f);
     constexpr float rounding = 0.12f; // power that rounding to 8 bits makes
     const float colourOverLuma = std::max((f.fineColour - rounding) / (f.fineLuma + 0.5f),

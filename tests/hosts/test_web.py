@@ -301,7 +301,7 @@ def test_strength_shows_at_once(browser, tmp_path, photo):
 
 
 @pytest.mark.parametrize("name", ["broken.jpg", "cut.png", "huge.png", "text.jpg", "empty.png",
-                                  "cut.tif", "damaged.jpg"])
+                                  "cut.tif", "damaged.jpg", "large.jpg"])
 def test_bad_files_are_told_and_lived_with(browser, tmp_path, photo, name):
     whole = io.BytesIO()
     Image.fromarray(photo).save(whole, "PNG")
@@ -321,7 +321,9 @@ def test_bad_files_are_told_and_lived_with(browser, tmp_path, photo, name):
     jpeg[len(jpeg) // 2 : len(jpeg) // 2 + 40] = b"\xff\xd5" * 20
     contents = {"cut.tif": others["TIFF"][:100000], "damaged.jpg": jpeg, "broken.jpg": b"\xff\xd8\xff\xe0" + b"x" * 500, "cut.png": png[: len(png) // 2],
                 "huge.png": huge + png[33:], "text.jpg": b"no picture", "empty.png": b""}  # fmt: skip
-    (tmp_path / name).write_bytes(bytes(contents[name]))
+    (tmp_path / name).write_bytes(bytes(contents.get(name, b"\xff\xd8\xff")))
+    if name == "large.jpg":
+        os.truncate(tmp_path / name, 501_000_000)
     said = browser.choose(tmp_path / name)
     assert said.startswith(name + ": ") and len(said) > len(name) + 12, said
     (tmp_path / "good.png").write_bytes(bytes(png))

@@ -120,7 +120,8 @@ StageStrength stageStrengthFor(const Features& f, const NoiseKind& kind) noexcep
     const float lowest = std::lerp(0.75f, 0.95f, rising(f.fineOverMiddle, 0.4f, 0.55f));
     const float encodedLuma = std::clamp(6.0f / (f.fineLuma + tiny) * coarseness, lowest, 16.0f) *
                               certain(kind.lumaNoise);
-    const float encodedColour = 2.5f * (1.0f + 1.4f * kind.emptied) * certain(kind.colourNoise);
+    const float coarsened = std::max(kind.emptied, kind.white - kind.whiteColour);
+    const float encodedColour = 2.5f * (1.0f + 1.4f * coarsened) * certain(kind.colourNoise);
     return {std::lerp(std::lerp(encodedLuma, 1.2f, kind.open), 1.3f, kind.white),
             std::lerp(std::lerp(encodedColour, 1.6f, kind.open), 1.5f, kind.whiteColour),
             kind.white > 0.5f ? 2 : 1};

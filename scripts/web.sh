@@ -44,7 +44,7 @@ for build in single threads; do
     [ $build = threads ] && threads=ON || threads=OFF
     [ $build = threads ] && targets=kt7_web || targets="kt7_web kt7_portable"
     emcmake cmake -Wno-dev -G Ninja -S . -B build/web/$build -DCMAKE_BUILD_TYPE=Release \
-        -DKT7_WEB_THREADS=$threads -DKT7_WEB_SOURCES="$sources"
+        -DKT7_WEB_THREADS="$threads" -DKT7_WEB_SOURCES="$sources"
     # shellcheck disable=SC2086
     cmake --build build/web/$build --target $targets
 done

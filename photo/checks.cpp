@@ -142,7 +142,6 @@ void checkLevels(const QxNoiseLevels& levels) {
 Kt7PhotoNoise openedNoise(const Kt7PhotoNoise* host) {
     const auto noise = openedOver(Kt7PhotoNoise{}, host, leastNoise);
     checkLevels(noise.levels);
-    constexpr float mostPower = 1e9f;
     bool good = isAmount(noise.chromaSmooth, 100.0f) && isAmount(noise.white, 1.0f) &&
                 isAmount(noise.emptied, 1.0f) && isAmount(noise.noiseLike, 1.0f) &&
                 isAmount(noise.lumaWeight, 1e4f) && isAmount(noise.colourWeight, 1e4f) &&

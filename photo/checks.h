@@ -7,6 +7,9 @@
 
 namespace kt7::photo {
 
+/// The most that a power of a measurement may be.
+inline constexpr float mostPower = 1e9f;
+
 // Each gives the struct as this version knows it, what the host's version lacks at its default.
 // Raises the result that names what is wrong.
 

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "photo/blockStatistics.h"
+#include "photo/checks.h"
 #include "photo/mosaic.h"
 #include "photo/strengthRule.h"
 #include "photo/textureGuard.h"
@@ -107,16 +108,25 @@ Measurement measured(const EngineImage& image, std::int32_t colours, Progress& p
 }
 
 void setLevels(Kt7PhotoNoise& noise, const QxNoiseLevels& levels) noexcept {
-    const auto powerRatio = [](float now, float before) {
-        return before > 0.0f ? now / before * (now / before) : 1.0f;
+    // A level below this tells nothing about the spectrum, which may have gone to 0 with it.
+    constexpr float noLevel = 1e-6f;
+    const auto follow = [](auto& plane, float now, float before) {
+        if (now == before)
+            return;
+        // In double precision nothing overflows: hosts may trap that.
+        const double ratio = before >= noLevel ? double{now} / double{before} : 0.0;
+        const double white = 255.0 * double{now};
+        for (auto& row : plane)
+            for (float& power : row) {
+                const double followed =
+                    before >= noLevel ? ratio * ratio * double{power} : white * white;
+                power = static_cast<float>(std::min<double>(followed, mostPower));
+            }
     };
-    const float luma = powerRatio(levels.lumaMid, noise.levels.lumaMid);
-    const float colour = powerRatio(std::max(levels.chromaU, levels.chromaV),
-                                    std::max(noise.levels.chromaU, noise.levels.chromaV));
-    for (std::size_t plane = 0; plane < std::size(noise.spectrum); ++plane)
-        for (auto& row : noise.spectrum[plane])
-            for (float& power : row)
-                power *= plane == 0 ? luma : colour;
+    follow(noise.spectrum[0], levels.lumaMid, noise.levels.lumaMid);
+    for (const std::size_t plane : {1, 2})
+        follow(noise.spectrum[plane], std::max(levels.chromaU, levels.chromaV),
+               std::max(noise.levels.chromaU, noise.levels.chromaV));
     noise.levels = levels;
 }
 

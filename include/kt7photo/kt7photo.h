@@ -163,7 +163,8 @@ typedef struct Kt7PhotoNoise {
 const char* kt7PhotoFeatureName(int32_t feature);
 
 /* Exchanges the levels of a measurement, say for six numbers that a user gave: the spectrum follows,
- * luma by the ratio of lumaMid, colour by that of the larger of chromaU and chromaV.
+ * luma by the ratio of lumaMid, colour by that of the larger of chromaU and chromaV. Where that level
+ * was 0 the spectrum becomes that of white noise.
  *
  * Returns kt7PhotoDone, or kt7PhotoBadStruct or kt7PhotoBadNoise (a level that is negative or not
  * finite) with nothing written. */

@@ -170,6 +170,25 @@ TEST(PhotoDenoise, MeasuresWhiteNoiseAndTakesItOutBetterTheBetterTheQuality) {
     EXPECT_LT(left[kt7PhotoBest], 0.8 * left[kt7PhotoFast]);
 }
 
+TEST(PhotoDenoise, FollowsAnyLevelsThereAndBack) {
+    for (const float level : {0.0f, 1e-30f, 1e-4f, 1.0f, 1e6f}) {
+        SCOPED_TRACE(level);
+        Kt7PhotoNoise noise = noiseOfPhoto();
+        NoisyPhoto photo(200);
+        photo.settings.noise = &noise;
+        const QxNoiseLevels levels{level, level, level, level, level, 0.0f};
+        ASSERT_EQ(kt7PhotoSetLevels(&noise, &levels), kt7PhotoDone);
+        EXPECT_EQ(photo.denoise(), kt7PhotoDone);
+        photo.result = photo.values;
+        ASSERT_EQ(kt7PhotoSetLevels(&noise, &noiseOfPhoto().levels), kt7PhotoDone);
+        ASSERT_EQ(photo.denoise(), kt7PhotoDone);
+        if (level < 1e3f) { // beyond, powers were held and have lost their ratios
+            const double before = NoisyPhoto(200).left();
+            EXPECT_LT(photo.left(), 0.25 * before);
+        }
+    }
+}
+
 TEST(PhotoDenoise, KeepsWhatIsNotFiniteAndWhatLiesBeyondTheScale) {
     NoisyPhoto photo;
     photo.settings.noise = &noiseOfPhoto();

@@ -67,7 +67,8 @@ void addPower(const Planes& photo, const Planes* pilot, std::int32_t plane, Bloc
         const float* z = photo.row(plane, at.y + y) + at.x;
         const float* p = pilot != nullptr ? pilot->row(plane, at.y + y) + at.x : nullptr;
         for (std::int32_t x = 0; x < side; ++x)
-            block[static_cast<std::size_t>(y * side + x)] = z[x] - (p != nullptr ? p[x] : 0.0f);
+            block[static_cast<std::size_t>(y) * side + static_cast<std::size_t>(x)] =
+                z[x] - (p != nullptr ? p[x] : 0.0f);
     }
     transform(block);
     for (std::size_t i = 0; i < block.size(); ++i)

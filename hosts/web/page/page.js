@@ -70,6 +70,7 @@ let preview = null; // {x, y, width, height, bitmap}
 let files = [];
 let savedWithout = ''; // what the last file that was saved could not hold
 let busy = false; // something can be cancelled
+let inTurn = false; // all photos are worked on, one after the other
 const canvas = $('picture');
 const context = canvas.getContext('2d');
 
@@ -220,12 +221,11 @@ function forget() {
 }
 
 function offer() {
-    $('denoise').disabled = !photo.info || busy;
+    $('denoise').disabled = !photo.info || busy || inTurn;
     $('cancel').disabled = !busy;
-    $('save').disabled = !photo.result || busy;
-    $('all').disabled = busy;
+    $('save').disabled = !photo.result || busy || inTurn;
+    $('all').disabled = $('list').disabled = busy || inTurn;
     $('all').hidden = $('photos').hidden = files.length < 2;
-    $('list').disabled = busy;
 }
 
 function whatIsLost() {
@@ -244,9 +244,13 @@ function whatIsLost() {
         + ((info.metadata & 18) === 2 ? 'The profile is not one of RGB; the picture here is shown as if it were sRGB.' : '');
 }
 
+/** Has the worker read the photo; false when another was chosen meanwhile. */
 async function hold(file) {
-    photo.info = await ask('open', { file });
+    const info = await ask('open', { file });
+    if (photo.file !== file) return false;
+    photo.info = info;
     photo.held = true;
+    return true;
 }
 
 async function open(file) {
@@ -259,8 +263,14 @@ async function open(file) {
     offer();
     try {
         await ready;
-        await hold(file);
-        photo.before = await overview(0);
+        if (!await hold(file)) return false;
+        const before = await overview(0);
+        if (photo.file !== file) {
+            before.close();
+            return false;
+        }
+        photo.before?.close();
+        photo.before = before;
         $('welcome').hidden = true;
         $('view').hidden = $('keys').hidden = false;
         const { width, height, bits } = photo.info;
@@ -274,6 +284,7 @@ async function open(file) {
         $('progress').value = 0;
         return true;
     } catch (error) {
+        if (photo.file !== file) return false;
         photo.file = photo.info = null;
         draw();
         say('No photo is open.');
@@ -399,17 +410,19 @@ function askPreview() {
 
 async function save() {
     if (!photo.result) return;
+    const { file } = photo; // another may be chosen meanwhile
     try {
         say('Writing the file…');
         const { blob, lost } = await ask('save', { jpegQuality: Number($('format').value) });
-        savedWithout = lost;
-        $('lost').textContent = whatIsLost();
         const link = document.createElement('a');
         link.href = URL.createObjectURL(blob);
-        const stem = photo.file.name.replace(/\.[^.]*$/, '') || 'photo';
+        const stem = file.name.replace(/\.[^.]*$/, '') || 'photo';
         link.download = stem + '_clean' + (blob.type === 'image/png' ? '.png' : '.jpg');
         link.click();
         setTimeout(() => URL.revokeObjectURL(link.href), 30000);
+        if (photo.file !== file) return;
+        savedWithout = lost;
+        $('lost').textContent = whatIsLost();
         say(`${link.download} is on its way to your downloads.`);
     } catch (error) {
         complain(error.message);
@@ -417,7 +430,8 @@ async function save() {
 }
 
 async function take(chosen) {
-    if (busy || chosen.length === 0) return;
+    if (chosen.length === 0) return;
+    if (busy || inTurn) return complain('The photo before is still being denoised: wait for it or cancel, then choose again.');
     files = [...chosen];
     $('list').replaceChildren(...files.map((file, i) => new Option(file.name, i)));
     $('list').value = '0';
@@ -445,6 +459,7 @@ $('cancel').addEventListener('click', cancel);
 $('save').addEventListener('click', save);
 $('all').addEventListener('click', async () => {
     const failed = [];
+    inTurn = true;
     for (const [i, file] of files.entries()) {
         $('list').value = String(i);
         if (!await open(file)) {
@@ -454,6 +469,8 @@ $('all').addEventListener('click', async () => {
         if (!await denoise()) break;
         await save();
     }
+    inTurn = false;
+    offer();
     if (failed.length) complain(failed.join(' '));
 });
 $('list').addEventListener('change', () => open(files[Number($('list').value)]));

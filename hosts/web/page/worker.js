@@ -56,7 +56,7 @@ async function viewOf(kt7, width, height) {
         : new ImageData(new Uint8ClampedArray(bytes.buffer), width, height));
 }
 
-async function browserPixels(file) {
+async function browserPixels(kt7, file) {
     let bitmap;
     try {
         bitmap = await createImageBitmap(file);
@@ -64,6 +64,7 @@ async function browserPixels(file) {
         throw new Error('Neither this page nor the browser can read this file as a picture.');
     }
     try {
+        check(kt7, kt7._kt7WebCheckSize(bitmap.width, bitmap.height));
         const canvas = new OffscreenCanvas(bitmap.width, bitmap.height);
         const context = canvas.getContext('2d', { willReadFrequently: true });
         context.drawImage(bitmap, 0, 0);
@@ -88,7 +89,7 @@ const requests = {
             put(kt7, new Uint8Array(await file.arrayBuffer()));
             check(kt7, kt7._kt7WebOpen(format));
         } else {
-            const pixels = await browserPixels(file);
+            const pixels = await browserPixels(kt7, file);
             put(kt7, new Uint8Array(pixels.data.buffer));
             check(kt7, kt7._kt7WebOpenPixels(pixels.width, pixels.height));
         }

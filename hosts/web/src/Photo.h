@@ -1,6 +1,7 @@
 // A photo in memory, and the file formats that the page reads and writes by itself.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -17,6 +18,16 @@ using tool::Bytes;
 /// What can't be read or written, as a sentence for the page.
 struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
+};
+
+/// What a PNG without a profile tells of its colours.
+struct PngColours {
+    std::optional<int> srgbIntent;
+    std::optional<double> gamma;
+    std::optional<std::array<double, 8>> primaries; // x and y of white, red, green and blue
+    Bytes codePoints;
+
+    bool differFromSrgb() const;
 };
 
 /// Resolution as JFIF tells it.
@@ -36,6 +47,7 @@ struct Photo {
     Bytes xmp;
     std::optional<tool::JpegCoding> coding; // of a JPEG
     std::optional<JfifDensity> density;
+    PngColours colours;
     std::vector<std::string> lost; // what the file had and this has not, by name
 
     std::size_t rowBytes() const {

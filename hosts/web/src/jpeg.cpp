@@ -23,7 +23,9 @@ constexpr std::size_t mostInSegment = 65533;
 [[noreturn]] void failed(j_common_ptr codec) {
     char text[JMSG_LENGTH_MAX];
     codec->err->format_message(codec, text);
-    throw Failure(std::string("This JPEG can't be read: ") + text + ".");
+    const char* what = codec->is_decompressor ? "This JPEG can't be read: "
+                                              : "The photo can't be written as a JPEG: ";
+    throw Failure(std::string(what) + text + ".");
 }
 
 /// Takes what libjpeg would patch up and go on with for what it is: a damaged file.
@@ -180,6 +182,8 @@ Bytes writeJpeg(const Photo& photo, int quality, std::vector<std::string>& lost)
     writeMarked(codec, xmpMark, photo.xmp, "XMP", lost);
     if (!photo.icc.empty())
         jpeg_write_icc_profile(&codec, photo.icc.data(), static_cast<unsigned>(photo.icc.size()));
+    if (photo.icc.empty() && photo.colours.differFromSrgb())
+        lost.emplace_back("gamma and primaries, for which JPEG has no place");
     const int colours = codec.input_components;
     const bool alpha = photo.hasAlpha();
     const bool wide = photo.sampleBytes == 2;

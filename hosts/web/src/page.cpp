@@ -255,6 +255,13 @@ KT7_WEB_EXPORT int kt7WebOpen(int format) {
         return true;
     });
 }
+/// Whether a picture of this size is one that the page takes.
+KT7_WEB_EXPORT int kt7WebCheckSize(std::int32_t width, std::int32_t height) {
+    return attempt([&] {
+        Photo::checkSize(width, height);
+        return true;
+    });
+}
 /// Takes the bytes as RGBA pixels that the browser decoded.
 KT7_WEB_EXPORT int kt7WebOpenPixels(std::int32_t width, std::int32_t height) {
     return attempt([&] {
@@ -363,6 +370,7 @@ KT7_WEB_EXPORT int kt7WebSave(int jpegQuality) {
         result.xmp = source.xmp;
         result.coding = source.coding;
         result.density = source.density;
+        result.colours = source.colours;
         constexpr int pngEffort = 4; // a person waits for it
         std::vector<std::string> left;
         buffer = Bytes();

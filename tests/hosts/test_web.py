@@ -2,12 +2,15 @@
 
 import base64
 import io
+import json
 import os
 import re
 import shutil
+import struct
 import subprocess
 import sys
 import time
+import zlib
 from pathlib import Path
 
 import numpy as np
@@ -126,10 +129,11 @@ def browser(request, tmp_path_factory):
     yield opened
     # Whatever the tests did, nothing was asked of another origin and nothing broke a policy.
     log = opened.driver.get_log("performance")
-    asked = [m["message"] for m in log if '"Network.requestWillBeSent"' in m["message"]]
+    events = [json.loads(m["message"])["message"] for m in log]
+    asked = [e["params"]["request"]["url"] for e in events
+             if e["method"] == "Network.requestWillBeSent"]  # fmt: skip
     assert asked
-    for message in asked:
-        address = message.split('"url":"')[1].split('"')[0]
+    for address in asked:
         assert address.startswith((opened.address, "blob:" + opened.address)), address
     assert not [m for m in opened.driver.get_log("browser") if "Content Security" in m["message"]]
     opened.close()
@@ -233,6 +237,78 @@ def test_every_bit_and_the_profile_are_kept(browser, tmp_path, photo, name):
     assert len(np.unique(samples(browser.save()))) > (1000 if given.itemsize == 2 else 50)
 
 
+def test_photo_chosen_meanwhile(browser, tmp_path, photo):
+    """The photo that was chosen last is the one that is opened, and what is saved keeps its name."""
+    large = save(tmp_path / "large.png", np.tile(photo, (8, 8, 1)))
+    small = save(tmp_path / "small.png", photo)
+    chooser = browser.driver.find_element("id", "files")
+
+    def opened(name):
+        return browser.text("status").startswith(name + ": ") or browser.text("error")
+
+    for order in ((large, small), (small, large, small)):
+        browser.js("document.getElementById('status').textContent = ''")
+        for file in order:
+            chooser.send_keys(str(file))
+        wait(lambda: opened("small.png"))
+        time.sleep(0.5)  # what was under way could still fail
+        assert browser.text("error") == "" and opened("small.png")
+    browser.set("quality", 0)
+    browser.set("format", 0)
+    browser.denoise()
+    assert samples(browser.save()).shape == photo.shape
+
+    assert browser.choose(large) == ""
+    browser.press("denoise")
+    chooser.send_keys(str(small))
+    assert "still being denoised" in browser.text("error")
+    wait(lambda: "Done in" in browser.text("status"))
+    for old in browser.downloads.iterdir():
+        old.unlink()
+    browser.set("format", 0)
+    browser.press("save")
+    chooser.send_keys(str(small))
+    wait(lambda: list(browser.downloads.glob("*.png")))
+    assert [f.name for f in browser.downloads.iterdir()] == ["large_clean.png"]
+    wait(lambda: opened("small.png"))
+
+
+def test_workers_are_held_to_the_policy_of_the_page(browser):
+    """A worker takes it from a header only, so those who serve the page have to send it."""
+    policy = re.search('"Content-Security-Policy" content="([^"]+)', (page / "index.html").read_text())
+    sent = browser.driver.execute_async_script("""const tell = arguments[0];
+        fetch('worker.js').then((r) => tell(r.headers.get('content-security-policy')))""")
+    assert sent == policy[1] + "; frame-ancestors 'none'"
+    assert f'add_header Content-Security-Policy "{sent}"' in (root / "docs/web.md").read_text()
+
+
+def chunk(kind, data):
+    return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+
+
+def test_png_keeps_its_colours_and_resolution(browser, tmp_path, photo):
+    coded = io.BytesIO()
+    Image.fromarray(photo).save(coded, "PNG", dpi=(300, 240))
+    data = coded.getvalue()
+    primaries = [31270, 32900, 68000, 32000, 26500, 69000, 15000, 6000]
+    extra = {b"gAMA": struct.pack(">I", 100000), b"cHRM": struct.pack(">8I", *primaries),
+             b"cICP": bytes([9, 16, 0, 1])}  # fmt: skip
+    (tmp_path / "linear.png").write_bytes(
+        data[:33] + b"".join(chunk(kind, value) for kind, value in extra.items()) + data[33:]
+    )
+    assert browser.choose(tmp_path / "linear.png") == ""
+    browser.set("quality", 0)
+    browser.denoise()
+    told = browser.save()
+    for kind, value in extra.items():
+        assert chunk(kind, value) in told, kind
+    assert [round(v) for v in Image.open(io.BytesIO(told)).info["dpi"]] == [300, 240]
+    browser.set("format", 95)
+    jpeg = Image.open(io.BytesIO(browser.save()))
+    assert [round(v) for v in jpeg.info["dpi"]] == [300, 240]
+    assert "gamma and primaries" in browser.text("lost")
+
+
 def corners(browser):
     """The colours at the corners of the photo, as they are shown, from the top left by rows."""
     return browser.js("""const c = document.getElementById('picture'), g = c.getContext('2d');
@@ -315,17 +391,15 @@ def test_strength_shows_at_once(browser, tmp_path, photo):
 
 
 @pytest.mark.parametrize("name", ["broken.jpg", "cut.png", "huge.png", "text.jpg", "empty.png",
-                                  "cut.tif", "damaged.jpg", "large.jpg"])
+                                  "cut.tif", "damaged.jpg", "large.jpg", "moving.png"])
 def test_bad_files_are_told_and_lived_with(browser, tmp_path, photo, name):
     whole = io.BytesIO()
     Image.fromarray(photo).save(whole, "PNG")
     png = bytearray(whole.getvalue())
     huge = bytearray(png[:33])
     huge[16:24] = bytes([0, 1, 0x86, 0xA0] * 2)  # 100000 by 100000
-    import struct
-    import zlib
-
     huge[29:33] = struct.pack(">I", zlib.crc32(bytes(huge[12:29])))
+    moving = png[:33] + chunk(b"acTL", bytes([0, 0, 0, 1, 0, 0, 0, 0])) + png[33:]
     others = {}
     for kind in ("JPEG", "TIFF"):
         coded = io.BytesIO()
@@ -334,7 +408,7 @@ def test_bad_files_are_told_and_lived_with(browser, tmp_path, photo, name):
     jpeg = bytearray(others["JPEG"])
     jpeg[len(jpeg) // 2 : len(jpeg) // 2 + 40] = b"\xff\xd5" * 20
     contents = {"cut.tif": others["TIFF"][:100000], "damaged.jpg": jpeg, "broken.jpg": b"\xff\xd8\xff\xe0" + b"x" * 500, "cut.png": png[: len(png) // 2],
-                "huge.png": huge + png[33:], "text.jpg": b"no picture", "empty.png": b""}  # fmt: skip
+                "huge.png": huge + png[33:], "text.jpg": b"no picture", "empty.png": b"", "moving.png": moving}  # fmt: skip
     (tmp_path / name).write_bytes(bytes(contents.get(name, b"\xff\xd8\xff")))
     if name == "large.jpg":
         os.truncate(tmp_path / name, 501_000_000)

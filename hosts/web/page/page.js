@@ -459,6 +459,7 @@ $('cancel').addEventListener('click', cancel);
 $('save').addEventListener('click', save);
 $('all').addEventListener('click', async () => {
     const failed = [];
+    let stopped = false;
     inTurn = true;
     for (const [i, file] of files.entries()) {
         $('list').value = String(i);
@@ -466,11 +467,13 @@ $('all').addEventListener('click', async () => {
             failed.push($('error').textContent);
             continue;
         }
-        if (!await denoise()) break;
+        stopped = !await denoise();
+        if (stopped) break;
         await save();
     }
     inTurn = false;
     offer();
+    if (!stopped) say('All are done. If files did not arrive, allow this page several downloads.');
     if (failed.length) complain(failed.join(' '));
 });
 $('list').addEventListener('change', () => open(files[Number($('list').value)]));

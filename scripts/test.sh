@@ -32,7 +32,12 @@ trap list_skipped EXIT
 for preset in "$@"; do
     cmake --preset "$preset"
     cmake --build --preset "$preset"
-    [ "$preset" != ci ] || scripts/web.sh --build
+    if [ "$preset" = ci ]; then
+        # A mirror without Debian's sources leaves out the tests of the page, which are listed then.
+        status=0
+        scripts/web.sh --build || status=$?
+        [ $status -eq 0 ] || [ $status -eq 3 ] || exit $status
+    fi
     tested="$tested $preset"
     ctest --preset "$preset" -j "$(nproc)"
 done

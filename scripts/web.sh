@@ -2,6 +2,7 @@
 # Builds the page of hosts/web and serves it on the loopback address; installs what is missing first.
 #   scripts/web.sh [PORT]    8070 when none is named
 #   scripts/web.sh --build   only builds, into build/web/page, and a program for its tests
+# Returns 3 where the sources of the libraries can't be fetched.
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -24,13 +25,13 @@ if [ "$(cat "$sources/complete" 2>/dev/null)" != "$libraries" ]; then
             (cd "$sources" && apt-get -q -o Dir::Etc::SourceList="$lists/sources.list" \
                 -o Dir::Etc::SourceParts="$lists/parts" -o Dir::State::Lists="$lists/lists" \
                 -o Dir::Cache="$lists/cache" -o APT::Sandbox::User=root \
-                -o APT::Update::Error-Mode=any -o Acquire::Retries=0 \
-                -o Acquire::http::Timeout=5 $step) || return 1
+                -o APT::Update::Error-Mode=any -o Acquire::Retries=1 \
+                -o Acquire::http::Timeout=10 $step) || return 1
         done
     }
     fetch "debian bookworm" "debian-security bookworm-security" || fetch "debian bookworm" || {
         echo "web: can't fetch Debian's sources of $libraries, is the network up?" >&2
-        exit 1
+        exit 3
     }
     for package in "$sources"/*.dsc; do
         (cd "$sources" && dpkg-source -x "$package")

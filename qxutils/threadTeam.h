@@ -29,7 +29,8 @@ class ThreadTeam {
     }
 
     /// Runs member(i, count), which must not throw, on up to `team` threads, count being how many
-    /// there are, and returns when all have left. While another region runs, inside of it too, the caller is alone.
+    /// there are, and returns when all have left. While another region runs, inside of it too, the
+    /// caller is alone.
     template <class Member>
     static void run(std::int32_t team, const Member& member) {
         ThreadTeam& shared = instance();
